@@ -1,0 +1,27 @@
+# The flags that every target of the project is compiled with, on one interface target: tovuutil_flags.
+
+set(CMAKE_CXX_STANDARD 14)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+
+add_library(tovuutil_flags INTERFACE)
+
+# __FILE__ is relative to the project root, whatever the build folder is: log monitors match on these names.
+target_compile_options(tovuutil_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Wnon-virtual-dtor -Wcast-qual
+    "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+
+if(TOVUUTIL_WERROR)
+    target_compile_options(tovuutil_flags INTERFACE -Werror)
+endif()
+
+if(TOVUUTIL_HARDEN)
+    target_compile_options(tovuutil_flags INTERFACE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+    target_link_options(tovuutil_flags INTERFACE LINKER:-z,relro LINKER:-z,now)
+endif()
+
+if(TOVUUTIL_SANITIZE)
+    target_compile_options(tovuutil_flags INTERFACE
+        "-fsanitize=${TOVUUTIL_SANITIZE}" -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(tovuutil_flags INTERFACE "-fsanitize=${TOVUUTIL_SANITIZE}")
+endif()
