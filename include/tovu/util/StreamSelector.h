@@ -1,0 +1,62 @@
+#pragma once
+
+#include <sys/select.h>
+#include <sys/time.h>
+
+namespace tovu { namespace util {
+
+class Stream;
+
+/// Waits until streams can be read or written, with select(2). Made for one wait: add streams, select, query.
+/// \code
+///     StreamSelector selector;
+///     selector.AddStreamForReading(socket);
+///     if (selector.Select() && selector.IsStreamReadyForReading(socket))
+///         socket.Read(buffer, sizeof(buffer));
+/// \endcode
+///
+/// It works on streams that have a descriptor: Pipe, Socket and FileHandleStream. Descriptors from 1024 on do not fit
+/// the sets: a hardened build ends the process, any other is undefined, so a server refuses such descriptors before.
+///
+/// Ownership: borrows the streams, during each call only.
+/// Threads: one thread for each object.
+/// Errors: Exception "Invalid stream." for a stream that is closed or of another kind; Exception with the text of
+///     `errno` when select(2) fails. An interrupted wait is not an error.
+class StreamSelector
+{
+public:
+    /// The longest time to wait. select(2) leaves in it the time that was not used.
+    struct TimeVal : timeval
+    {
+        /// \param seconds      Whole seconds, from 0.
+        /// \param microseconds 0 to 999999 on top.
+        TimeVal(long seconds, long microseconds);
+    };
+
+    /// A selector that watches nothing.
+    StreamSelector();
+
+    void AddStreamForReading(Stream const& stream);
+    void AddStreamForWriting(Stream const& stream);
+
+    /// Waits without limit.
+    /// \return True when a stream is ready: only ready streams are set now, so for the next wait make a new selector.
+    ///         False when a signal interrupted the wait: nothing is known about any stream.
+    bool Select();
+
+    /// Waits at most `timeout`.
+    /// \return As Select(); false also when the time is over, and then no stream is set.
+    bool Select(TimeVal& timeout);
+
+    /// True for a stream that was added for reading and that the wait found ready. Before the wait: that was added.
+    bool IsStreamReadyForReading(Stream const& stream) const;
+
+    /// True for a stream that was added for writing and that the wait found ready. Before the wait: that was added.
+    bool IsStreamReadyForWriting(Stream const& stream) const;
+
+private:
+    fd_set readSet_;
+    fd_set writeSet_;
+};
+
+}}  // namespace tovu::util
