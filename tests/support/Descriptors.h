@@ -1,0 +1,27 @@
+#pragma once
+
+#include <dirent.h>
+#include <fcntl.h>
+
+#include <cstddef>
+
+namespace tovu { namespace test {
+
+/// True when `descriptor` is open in this process.
+inline bool IsDescriptorOpen(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) != -1;
+}
+
+/// How many descriptors this process holds: the same before and after means that none was lost.
+inline std::size_t CountDescriptors()
+{
+    DIR* const folder = opendir("/proc/self/fd");
+    std::size_t count = 0;
+    while (readdir(folder) != nullptr)
+        ++count;
+    closedir(folder);
+    return count;
+}
+
+}}  // namespace tovu::test
