@@ -64,20 +64,28 @@ void Separate(std::string& header)
         header += ' ';
 }
 
+unsigned ProcessId()
+{
+    return static_cast<unsigned>(getpid());
+}
+
+void* ThreadId()
+{
+    return reinterpret_cast<void*>(pthread_self());  // NOLINT(performance-no-int-to-ptr): printed, not used
+}
+
 // The separator stands here even when neither id is asked for: monitors know the header by its blanks.
 void AppendIds(std::string& header, unsigned flags)
 {
-    auto const process = static_cast<unsigned>(getpid());
-    auto* const thread =
-        reinterpret_cast<void*>(pthread_self());  // NOLINT(performance-no-int-to-ptr): printed, not used
+    bool const process = (flags & LoggerMgr::HEADER_PROCESS) != 0;
+    bool const thread = (flags & LoggerMgr::HEADER_THREAD) != 0;
     char field[FIELD_SIZE] = "";
-
-    if ((flags & LoggerMgr::HEADER_PROCESS) != 0 && (flags & LoggerMgr::HEADER_THREAD) != 0)
-        std::snprintf(field, sizeof(field), "[%u:%p]", process, thread);
-    else if ((flags & LoggerMgr::HEADER_PROCESS) != 0)
-        std::snprintf(field, sizeof(field), "[%u]", process);
-    else if ((flags & LoggerMgr::HEADER_THREAD) != 0)
-        std::snprintf(field, sizeof(field), "[%p]", thread);
+    if (process && thread)
+        std::snprintf(field, sizeof(field), "[%u:%p]", ProcessId(), ThreadId());
+    else if (process)
+        std::snprintf(field, sizeof(field), "[%u]", ProcessId());
+    else if (thread)
+        std::snprintf(field, sizeof(field), "[%p]", ThreadId());
 
     Separate(header);
     header += field;
