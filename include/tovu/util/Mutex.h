@@ -27,7 +27,7 @@ public:
         Mutex& mutex_;
     };
 
-    Mutex() { pthread_mutex_init(&mutex_, nullptr); }
+    Mutex() noexcept { pthread_mutex_init(&mutex_, nullptr); }
     Mutex(Mutex const&) = delete;
     Mutex& operator=(Mutex const&) = delete;
     ~Mutex();
