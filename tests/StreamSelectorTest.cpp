@@ -26,6 +26,7 @@
 #include "TemporaryDirectory.h"
 #include "Throws.h"
 #include "tovu/util/FileHandleStream.h"
+#include "tovu/util/FileStream.h"
 #include "tovu/util/Pipe.h"
 #include "tovu/util/Socket.h"
 
@@ -514,6 +515,14 @@ std::unique_ptr<Stream> MakeFileAndClose()
     return std::unique_ptr<Stream>(file.release());
 }
 
+// Open, and on a descriptor, which it does not give away.
+std::unique_ptr<Stream> MakeBufferedFile()
+{
+    std::unique_ptr<FileStream> file(new FileStream);
+    file->Open("/dev/null", "r");
+    return std::unique_ptr<Stream>(file.release());
+}
+
 class UnwatchableStreamTest : public testing::TestWithParam<Unwatchable>
 {
 protected:
@@ -537,7 +546,8 @@ INSTANTIATE_TEST_SUITE_P(
                     Unwatchable{"SocketWithoutDescriptor", &MakeWithoutDescriptor<Socket>},
                     Unwatchable{"ClosedSocket", &MakeAndClose<Socket>},
                     Unwatchable{"FreshFile", &Make<FileHandleStream>}, Unwatchable{"ClosedFile", &MakeFileAndClose},
-                    Unwatchable{"OtherStream", &Make<OtherStream>}, Unwatchable{"OtherFile", &Make<OtherFile>}),
+                    Unwatchable{"BufferedFile", &MakeBufferedFile}, Unwatchable{"OtherStream", &Make<OtherStream>},
+                    Unwatchable{"OtherFile", &Make<OtherFile>}),
     test::ParameterName());
 
 TEST_P(UnwatchableStreamTest, IsRefusedForReadingAtLine105)
