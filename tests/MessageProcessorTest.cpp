@@ -3,10 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -18,15 +15,14 @@
 #include <xercesc/dom/DOMElement.hpp>
 #include <xercesc/dom/DOMException.hpp>
 #include <xercesc/dom/DOMNode.hpp>
-#include <xercesc/dom/impl/DOMDocumentImpl.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
-#include <xercesc/parsers/AbstractDOMParser.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/RuntimeException.hpp>
 
-#include "ChildProcess.h"
-#include "Latch.h"
+#include "FailingAllocation.h"
+#include "LogOfChild.h"
+#include "ParserDelivery.h"
 #include "ParserMemory.h"
 #include "Throws.h"
 #include "VirtualSlots.h"
@@ -36,61 +32,12 @@
 #include "tovu/util/Pipe.h"
 #include "tovu/util/XercesUtils.h"
 
-namespace {
-
-// What the parser hands out as the document that it has parsed.
-enum class Delivery
-{
-    Document,  // the document
-    Nothing,   // no document
-    Empty      // a document without an element
-};
-Delivery delivery = Delivery::Document;
-
-// The next allocation of at least this many bytes fails, once. With 0 none does.
-thread_local std::size_t failingSize = 0;
-
-}  // namespace
-
-XERCES_CPP_NAMESPACE_BEGIN
-
-// The parsers of today report a document without an element as an error, so only a stand-in can hand one out. The
-// library calls this one: a program's functions come before those of its libraries.
-DOMDocument* AbstractDOMParser::getDocument()
-{
-    if (delivery == Delivery::Empty && fDocument->getDocumentElement() != nullptr)
-        fDocument->removeChild(fDocument->getDocumentElement())->release();
-    return delivery == Delivery::Nothing ? nullptr : fDocument;
-}
-
-XERCES_CPP_NAMESPACE_END
-
-// The allocations of the whole program, the library's included. They stay functions of their own: an optimiser that
-// sees only one of a pair takes it for a mismatch.
-__attribute__((noinline)) void* operator new(std::size_t size)
-{
-    bool const fails = failingSize != 0 && size >= failingSize;
-    if (fails)
-        failingSize = 0;
-    void* const memory = fails ? nullptr : std::malloc(size);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-__attribute__((noinline)) void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
-}
-
 namespace tovu { namespace util { namespace {
 
 using test::CallVirtualSlot;
+using test::Delivering;
+using test::Delivery;
+using test::LogOf;
 using test::ParserMemory;
 using test::Thrown;
 
@@ -162,8 +109,6 @@ public:
 class MessageProcessorTest : public testing::Test
 {
 protected:
-    ~MessageProcessorTest() override { delivery = Delivery::Document; }
-
     // The calls of the hooks for one message, for which ParseMessage asks to skip nothing.
     Calls CallsFor(std::string const& message)
     {
@@ -195,7 +140,7 @@ TEST_F(MessageProcessorTest, AMessageOfARefusedNameIsError0)
 TEST_F(MessageProcessorTest, AMessageWithoutADocumentElementIsError1)
 {
     for (Delivery const without : {Delivery::Nothing, Delivery::Empty}) {
-        delivery = without;
+        Delivering const delivering(without);
         EXPECT_EQ(Calls{"HandleError 1 <a/>"}, CallsFor("<a/>"));
     }
 }
@@ -410,7 +355,7 @@ TEST_F(MessageProcessorTest, TheParserIsGoneBeforeTheErrorHookOfAFailure)
     EXPECT_EQ(0u, inError);
 
     inError = 1;
-    delivery = Delivery::Empty;
+    Delivering const delivering(Delivery::Empty);
     EXPECT_EQ(Calls{"HandleError 1 <a/>"}, CallsFor("<a/>"));
     EXPECT_EQ(0u, inError);
 }
@@ -463,38 +408,6 @@ TEST(PlainMessageProcessorTest, ItsHooksDoNothing)
     EXPECT_FALSE(closed.IsOpen());
 }
 
-// The lines that the log gets, each with its header, from an action in a process whose manager has this threshold.
-std::string LogOf(unsigned threshold, std::function<void()> const& action)
-{
-    static std::string const MARK = "everything before this line has been printed";
-    static test::Latch done;  // in use until the process ends
-
-    class PrintingLogger : public Logger
-    {
-        void Log(std::string const& header, std::string const& message) override
-        {
-            if (message == MARK)
-                done.Arrive();
-            else
-                std::printf("%s%s", header.c_str(), message.c_str());
-        }
-    };
-
-    test::ChildResult const result = test::RunInChild([&] {
-        LoggerMgr& manager = LoggerMgr::Instance();
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // auto_ptr is part of the interface
-        manager.AddLogger(std::auto_ptr<Logger>(new PrintingLogger));
-#pragma GCC diagnostic pop
-        manager.Init("test", threshold, LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION, 0);
-        action();
-        manager.Log(LoggerMgr::LEVEL_ERROR, "", 0, "%s", MARK.c_str());
-        EXPECT_TRUE(done.WaitFor()) << "the mark in the log";
-    });
-    EXPECT_TRUE(result.exited && result.code == 0) << result.output;
-    return result.output;
-}
-
 // A processor that logs the call of its error hook, whatever the threshold.
 class ErrorLogger : public MessageProcessor
 {
@@ -521,8 +434,6 @@ std::string Dump(std::string const& message)
 class MessageLogTest : public testing::Test
 {
 protected:
-    ~MessageLogTest() override { delivery = Delivery::Document; }
-
     std::string const brokenMessage_ = "<broken>";
     std::string const failureLine_ =
         "Error src/util/MessageProcessor.cpp:151 " + ParseErrorOf(brokenMessage_) + "\nparsing:\n<broken>";
@@ -554,14 +465,14 @@ TEST_F(MessageLogTest, WithoutALevelNothingIsLoggedButTheErrorHookIsCalled)
 {
     EXPECT_EQ("Error hook:1 HandleError 0\n", LogOfMessage(0, "<a/>"));
     EXPECT_EQ("Error hook:1 HandleError 3\n", LogOfMessage(0, brokenMessage_));
-    delivery = Delivery::Empty;
+    Delivering const delivering(Delivery::Empty);
     EXPECT_EQ("Error hook:1 HandleError 1\n", LogOfMessage(0, "<a/>"));
 }
 
 TEST_F(MessageLogTest, AMissingDocumentElementIsAnError)
 {
     for (Delivery const without : {Delivery::Nothing, Delivery::Empty}) {
-        delivery = without;
+        Delivering const delivering(without);
         EXPECT_EQ(
             "Error src/util/MessageProcessor.cpp:145 NULL document element in message:\n<a/>"
             "Error hook:1 HandleError 1\n",
@@ -616,9 +527,9 @@ TEST_F(MessageLogTest, AFailureOfTheDumpIsError3)
         "Error src/util/MessageProcessor.cpp:151 std::bad_alloc\nparsing:\n" + message + "Error hook:1 HandleError 3\n",
         LogOf(4, [&] {
             ErrorLogger const processor;
-            failingSize = message.size();
+            test::FailingAllocation const failing(message.size());
             EXPECT_EQ(0u, Parse(processor, message));
-            EXPECT_EQ(0u, failingSize);
+            EXPECT_TRUE(failing.HasFailed());
         }));
 }
 

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <cstddef>
-#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <new>
@@ -20,6 +19,7 @@
 #include "CFunction.h"
 #include "ChildProcess.h"
 #include "Descriptors.h"
+#include "FailingAllocation.h"
 #include "Interruptions.h"
 #include "IoctlCalls.h"
 #include "ParameterName.h"
@@ -66,20 +66,16 @@ std::string ConstructorFailure(int error)
     return test::Failure(error, {"src/util/Socket.cpp", "src/util/ServerSocket.cpp"});
 }
 
-// Lets the next allocation of this thread fail.
-thread_local bool nextAllocationFails = false;
-
 // True when the first allocation that `action` makes fails, and the failure comes out of it.
 template <typename Action>
 bool PassesOutOfMemoryOn(Action action)
 {
+    test::FailingAllocation const failing;
     try {
-        nextAllocationFails = true;
         action();
     } catch (std::bad_alloc const&) {
         return true;
     }
-    nextAllocationFails = false;
     return false;
 }
 
@@ -485,33 +481,4 @@ extern "C" int listen(int descriptor, int backlog) noexcept
 extern "C" int setsockopt(int descriptor, int level, int option, void const* value, socklen_t size) noexcept
 {
     return tovu::util::setsockoptCall(descriptor, level, option, value, size);
-}
-
-// The allocations of the whole program, the library's included. They stay functions of their own: an optimiser that
-// sees only one of a pair takes it for a mismatch.
-__attribute__((noinline)) void* operator new(std::size_t size, std::nothrow_t const&) noexcept
-{
-    if (tovu::util::nextAllocationFails) {
-        tovu::util::nextAllocationFails = false;
-        return nullptr;
-    }
-    return std::malloc(size == 0 ? 1 : size);
-}
-
-__attribute__((noinline)) void* operator new(std::size_t size)
-{
-    void* const memory = operator new(size, std::nothrow);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-
-__attribute__((noinline)) void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-
-__attribute__((noinline)) void operator delete(void* memory, std::size_t /*size*/) noexcept
-{
-    std::free(memory);
 }
