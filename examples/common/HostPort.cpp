@@ -7,8 +7,6 @@ namespace volume {
 
 using tovu::util::Socket;
 
-namespace {
-
 unsigned short ParsePort(std::string const& text)
 {
     if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos)
@@ -19,8 +17,6 @@ unsigned short ParsePort(std::string const& text)
         throw std::invalid_argument("port " + text + " is above 65535");
     }
 }
-
-}  // namespace
 
 Socket::Address ParseHostPort(std::string const& text)
 {

@@ -15,6 +15,16 @@ char const* ErrorWords(int code)
             return "A document type declaration is not accepted.";
         case ERROR_ENCODING:
             return "The encoding is not accepted; use UTF-8, US-ASCII or ISO-8859-1.";
+        case ERROR_ARGUMENT:
+            return "An attribute of the message is missing, or its value makes no sense.";
+        case ERROR_NOT_FOUND:
+            return "There is nothing of that name.";
+        case ERROR_NOT_SET_UP:
+            return "The service is not set up to do that.";
+        case ERROR_TOO_LARGE:
+            return "The file is too large to be sent.";
+        case ERROR_STOPPING:
+            return "The service stops.";
         default:
             return "The message was refused.";
     }

@@ -1,5 +1,6 @@
 #include "AnswerReader.h"
 
+#include <utility>
 #include <xercesc/dom/DOMNode.hpp>
 
 #include "common/Prolog.h"
@@ -15,22 +16,37 @@ using tovu::util::XMLCh2string;
 
 namespace {
 
-constexpr long ANSWER_SECONDS = 30;
+constexpr long SILENCE_SECONDS = 30;
 
 }  // namespace
 
-// The time is for all of the answer: the selector leaves in it what has not been used.
-void AnswerReader::Read(Stream& stream)
+void AwaitData(Stream const& stream)
 {
-    StreamSelector::TimeVal remaining(ANSWER_SECONDS, 0);
-    while (!answered_) {
+    StreamSelector::TimeVal remaining(SILENCE_SECONDS, 0);
+    for (;;) {
         StreamSelector selector;
         selector.AddStreamForReading(stream);
-        bool const ready = selector.Select(remaining);
-        if (ready && !ProcessMessages(stream))
+        if (selector.Select(remaining))
+            return;
+        if (remaining.tv_sec == 0 && remaining.tv_usec == 0)
+            throw NoAnswer("nothing came for " + std::to_string(SILENCE_SECONDS) + " seconds");
+    }
+}
+
+AnswerReader::AnswerReader(std::function<void(xercesc::DOMNode const&)> look) : look_(std::move(look)) {}
+
+// The processor gets no byte behind the answer: what follows may be a file, and no message.
+void AnswerReader::Read(Stream& stream)
+{
+    unsigned char chunk[4096];
+    while (!answered_) {
+        AwaitData(stream);
+        auto const count = static_cast<unsigned>(stream.Read(chunk, sizeof(chunk)));
+        unsigned char const* const delimiter = FindDelimiter(chunk, count);
+        auto const used = delimiter != nullptr ? static_cast<unsigned>(delimiter - chunk + 1) : count;
+        if (!ProcessMessages(stream, chunk, used))
             throw NoAnswer("the service closed the connection without an answer");
-        if (!ready && remaining.tv_sec == 0 && remaining.tv_usec == 0)
-            throw NoAnswer("no answer came within " + std::to_string(ANSWER_SECONDS) + " seconds");
+        rest_.assign(chunk + used, chunk + count);
     }
 }
 
@@ -55,6 +71,8 @@ void AnswerReader::HandleMessage(Stream& /*stream*/, unsigned char const* data, 
     refusal_ = XMLCh2string(element.getNodeName()) == "Error";
     if (refusal_)
         words_ = XMLCh2string(element.getTextContent());
+    else
+        look_(element);
 }
 
 void AnswerReader::HandleError(int /*code*/, Stream& /*stream*/, unsigned char const* /*data*/,

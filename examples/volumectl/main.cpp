@@ -1,6 +1,5 @@
-// volumectl: sends one message to the volume service and prints the answer.
+// volumectl: asks a volume service and prints its answer.
 
-#include <fcntl.h>
 #include <sysexits.h>
 
 #include <clocale>
@@ -8,20 +7,25 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <stdexcept>
 #include <string>
+#include <vector>
+#include <xercesc/dom/DOMNode.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 
 #include "AnswerReader.h"
+#include "Discoverer.h"
+#include "FileReceiver.h"
+#include "LocalError.h"
 #include "Options.h"
+#include "PlainText.h"
+#include "Request.h"
 #include "common/HostPort.h"
 #include "common/Protocol.h"
 #include "common/UsageError.h"
+#include "common/XmlText.h"
 #include "tovu/util/ClientSocket.h"
-#include "tovu/util/Exception.h"
-#include "tovu/util/FileHandleStream.h"
 #include "tovu/util/MessageWriter.h"
-#include "tovu/util/XercesUtils.h"
+#include "tovu/util/Path.h"
 
 namespace volume { namespace {
 
@@ -29,49 +33,23 @@ using namespace tovu::util;
 
 constexpr int EXIT_REFUSED = 1;
 constexpr int EXIT_NO_ANSWER = 2;
+constexpr int EXIT_JOB_FAILED = 3;
 
-// What ends the program before the service is asked, with the exit status to end it with.
-class LocalError : public std::runtime_error
+// What a command makes of its answer.
+struct Outcome
 {
-public:
-    LocalError(int exitStatus, std::string const& words) : std::runtime_error(words), status(exitStatus) {}
-
-    int const status;
+    std::string plain;
+    bool isKnown = false;  // false for an answer that only a plug-in of the service knows
+    int status = EXIT_SUCCESS;
+    unsigned long long fileSize = 0;
 };
 
-std::string ReadDocument(std::string const& path)
+void LookAt(xercesc::DOMNode const& element, Outcome& outcome)
 {
-    try {
-        std::string document;
-        FileHandleStream file;
-        file.Open(path == "-" ? "/dev/stdin" : path, O_RDONLY, 0);
-        char buffer[65536];
-        for (int count = 0; (count = file.Read(buffer, sizeof(buffer))) != 0;)
-            document.append(buffer, static_cast<std::size_t>(count));
-        return document;
-    } catch (Exception const& exception) {
-        throw LocalError(EX_NOINPUT, "cannot read " + path + ": " + exception.what());
-    }
-}
-
-std::string Document(std::vector<std::string> const& command)
-{
-    if (command.size() == 2 && command[0] == "echo")
-        return "<Echo>" + EncodeXMLCharEntities(command[1]) + "</Echo>";
-    if (command.size() == 1 && command[0] == "info")
-        return "<GetInfo/>";
-    if (command.size() == 2 && command[0] == "send")
-        return ReadDocument(command[1]);
-    throw UsageError("'" + command[0] + "' is no command, or its arguments are wrong");
-}
-
-// A zero byte ends a message: a document cannot hold one, and an empty one is dropped without an answer.
-void RequireOneMessage(std::string const& document)
-{
-    if (document.empty())
-        throw LocalError(EX_DATAERR, "the document is empty");
-    if (document.find('\0') != std::string::npos)
-        throw LocalError(EX_DATAERR, "the document holds a zero byte, which ends a message");
+    outcome.isKnown = PlainText(element, outcome.plain);
+    outcome.fileSize = std::strtoull(AttributeText(element, "size").c_str(), nullptr, 10);
+    if (Utf8(element.getNodeName()) == "Job" && AttributeText(element, "result") != "0")
+        outcome.status = EXIT_JOB_FAILED;
 }
 
 Socket::Address ServiceAddress(Options const& options)
@@ -79,9 +57,30 @@ Socket::Address ServiceAddress(Options const& options)
     return options.connect.empty() ? Socket::Address(options.socketPath) : ParseHostPort(options.connect);
 }
 
+// The file is called as the service's is, unless the command line says otherwise.
+std::string TargetOf(std::vector<std::string> const& command)
+{
+    return command.size() > 2 ? command[2] : Path(command[1]).GetFullFileName();
+}
+
+void Receive(ClientSocket& service, Options const& options, Outcome& outcome, std::string const& first)
+{
+    std::string const target = TargetOf(options.command);
+    FileReceiver(target).Receive(service, outcome.fileSize, first);
+    if (target != "-")
+        outcome.plain = target + ": " + ReadableSize(outcome.fileSize) + "\n";
+}
+
+void Print(bool raw, std::string const& document, std::string const& plain)
+{
+    std::string const text = raw ? document + "\n" : plain;
+    std::printf("%s", text.c_str());
+}
+
 int SendAndPrint(Options const& options, std::string const& document)
 {
-    AnswerReader answer;
+    Outcome outcome;
+    AnswerReader answer([&outcome](xercesc::DOMNode const& element) { LookAt(element, outcome); });
     ClientSocket service(ServiceAddress(options), true);
     MessageWriter(service).Write(document.c_str(), static_cast<unsigned>(document.size() + 1));
     answer.Read(service);
@@ -90,8 +89,13 @@ int SendAndPrint(Options const& options, std::string const& document)
         std::fprintf(stderr, "volumectl: refused: %s\n", answer.GetWords().c_str());
         return EXIT_REFUSED;
     }
-    std::printf("%s\n", answer.GetDocument().c_str());
-    return EXIT_SUCCESS;
+    bool const isFile = options.command.front() == "get";
+    if (isFile)
+        Receive(service, options, outcome, answer.GetRest());
+    bool const raw = options.xml || !outcome.isKnown || options.command.front() == "send";
+    if (!isFile || TargetOf(options.command) != "-")
+        Print(raw, answer.GetDocument(), outcome.plain);
+    return outcome.status;
 }
 
 // Everything that can go wrong between here and the service has the same exit status.
@@ -100,10 +104,51 @@ int AskService(Options const& options, std::string const& document)
     std::string const where = options.connect + options.socketPath;
     try {
         return SendAndPrint(options, document);
+    } catch (LocalError const&) {
+        throw;
     } catch (std::exception const& exception) {
         std::fprintf(stderr, "volumectl: cannot reach %s: %s\n", where.c_str(), exception.what());
         return EXIT_NO_ANSWER;
     }
+}
+
+Socket::Address BroadcastAddress(Options const& options)
+{
+    std::string const port = options.command.size() == 2 ? options.command[1] : std::string();
+    try {
+        return options.broadcast.empty() ? Socket::Address(ParsePort(port), INADDR_BROADCAST)
+                                         : ParseHostPort(options.broadcast + ":" + port);
+    } catch (std::exception const& exception) {
+        throw UsageError(exception.what());
+    }
+}
+
+int Discover(Options const& options)
+{
+    Socket::Address const address = BroadcastAddress(options);
+    try {
+        std::vector<FoundService> const services = Discoverer().Ask(address);
+        if (services.empty())
+            throw NoAnswer("nobody answers");
+        for (FoundService const& service : services) {
+            std::string const where =
+                service.tcpPort.empty() ? service.address : service.address + ":" + service.tcpPort;
+            std::string const plain = where + "  " + service.hostName + "  volumed " + service.version + "  process " +
+                                      service.processId + "\n";
+            Print(options.xml, service.document, plain);
+        }
+        return EXIT_SUCCESS;
+    } catch (std::exception const& exception) {
+        std::fprintf(stderr, "volumectl: no service was found at %s: %s\n", ToText(address).c_str(), exception.what());
+        return EXIT_NO_ANSWER;
+    }
+}
+
+int Run(Options const& options)
+{
+    if (options.command.front() == "discover")
+        return Discover(options);
+    return AskService(options, RequestFor(options.command));
 }
 
 int Main(int argc, char** argv)
@@ -118,10 +163,8 @@ int Main(int argc, char** argv)
         return EXIT_SUCCESS;
     }
 
-    std::string const document = Document(options.command);
-    RequireOneMessage(document);
     xercesc::XMLPlatformUtils::Initialize();
-    int const status = AskService(options, document);
+    int const status = Run(options);
     xercesc::XMLPlatformUtils::Terminate();
     return status;
 }

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "PatientSocket.h"
 #include "common/HostPort.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/LoggerMgr.h"
@@ -26,8 +27,8 @@ std::string PeerName(Socket const& socket)
 
 }  // namespace
 
-Connection::Connection(std::unique_ptr<Socket> socket, Notifier& notifier)
-    : socket_(std::move(socket)), notifier_(notifier), name_(PeerName(*socket_)), ended_(false)
+Connection::Connection(std::unique_ptr<Socket> socket, VolumeService& service, Notifier& notifier)
+    : socket_(std::move(socket)), notifier_(notifier), name_(PeerName(*socket_)), messages_(service), ended_(false)
 {
     socket_->SetBlocking(false);
 }

@@ -2,9 +2,8 @@
 
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 #include <xercesc/dom/DOMNode.hpp>
-#include <xercesc/util/TransService.hpp>
 
-#include "tovu/util/XercesUtils.h"
+#include "common/XmlText.h"
 
 namespace volume {
 
@@ -12,32 +11,13 @@ using xercesc::DOMNode;
 
 namespace {
 
-std::string Utf8(XMLCh const* text)
-{
-    xercesc::TranscodeToStr const bytes(text, "UTF-8");
-    return std::string(reinterpret_cast<char const*>(bytes.str()), bytes.length());
-}
-
-// Escapes what a parser would take for markup or, the line ends and tabs in `keep`, would change while reading.
-std::string Escape(std::string const& text, std::string const& keep)
-{
-    std::string result;
-    for (char const character : tovu::util::EncodeXMLCharEntities(text)) {
-        if (keep.find(character) == std::string::npos)
-            result += character;
-        else
-            result += "&#" + std::to_string(static_cast<int>(character)) + ";";
-    }
-    return result;
-}
-
 std::string Attributes(DOMNode const& element)
 {
     std::string text;
     xercesc::DOMNamedNodeMap const* const attributes = element.getAttributes();
     for (XMLSize_t i = 0; i < attributes->getLength(); ++i) {
         DOMNode const* const attribute = attributes->item(i);
-        text += " " + Utf8(attribute->getNodeName()) + "=\"" + Escape(Utf8(attribute->getNodeValue()), "\r\n\t") + "\"";
+        text += " " + Utf8(attribute->getNodeName()) + "=\"" + EscapeAttribute(Utf8(attribute->getNodeValue())) + "\"";
     }
     return text;
 }
@@ -49,7 +29,7 @@ std::string StartText(DOMNode const& node)
         case DOMNode::ELEMENT_NODE:
             return "<" + Utf8(node.getNodeName()) + Attributes(node) + (node.hasChildNodes() ? ">" : "/>");
         case DOMNode::TEXT_NODE:
-            return Escape(Utf8(node.getNodeValue()), "\r");
+            return EscapeText(Utf8(node.getNodeValue()), "\r");
         case DOMNode::CDATA_SECTION_NODE:
             return "<![CDATA[" + Utf8(node.getNodeValue()) + "]]>";
         case DOMNode::COMMENT_NODE:

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 
+#include "Descriptor.h"
 #include "tovu/util/Exception.h"
 
 namespace volume {
@@ -19,6 +20,8 @@ Notifier::Notifier()
         throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));
     waiter_ = std::make_unique<Pipe>(ends[0]);
     notifier_ = std::make_unique<Pipe>(ends[1]);
+    CloseOnExec(ends[0]);
+    CloseOnExec(ends[1]);
     if (fcntl(notifier_->GetDescriptor(), F_SETFL, O_NONBLOCK) == -1)
         throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));
 }

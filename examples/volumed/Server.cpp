@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "Descriptor.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/LoggerMgr.h"
-#include "tovu/util/StreamSelector.h"
 
 namespace volume {
 
@@ -47,10 +47,11 @@ int RaiseDescriptorLimit()
 
 }  // namespace
 
-Server::Server() : descriptorLimit_(RaiseDescriptorLimit()), stop_(false) {}
+Server::Server(VolumeService& service) : service_(service), descriptorLimit_(RaiseDescriptorLimit()), stop_(false) {}
 
 Server::~Server()
 {
+    service_.Stop();  // first, since connections wait for jobs
     for (auto const& connection : connections_)
         connection->Stop();
     for (auto const& connection : connections_)
@@ -60,7 +61,17 @@ Server::~Server()
 Socket::Address Server::Listen(Socket::Address const& address)
 {
     listeners_.emplace_back(new ServerSocket(address, SOMAXCONN, false));
-    return listeners_.back()->GetHostAddress();
+    CloseOnExec(listeners_.back()->GetDescriptor());
+    Socket::Address const bound = listeners_.back()->GetHostAddress();
+    if (bound.GetFamily() == AF_INET)
+        tcpPort_ = bound.GetPort();
+    return bound;
+}
+
+void Server::AnswerDiscovery(unsigned short port)
+{
+    discovery_ = std::make_unique<Discovery>(port);
+    discovery_->SetTcpPort(tcpPort_);
 }
 
 void Server::Run()
@@ -70,18 +81,25 @@ void Server::Run()
         selector.AddStreamForReading(notifier_.Waiter());
         for (auto const& listener : listeners_)
             selector.AddStreamForReading(*listener);
+        if (discovery_)
+            selector.AddStreamForReading(discovery_->GetSocket());
         StreamSelector::TimeVal look(LOOK_SECONDS, 0);
-        if (!selector.Select(look))
-            continue;
-
-        if (selector.IsStreamReadyForReading(notifier_.Waiter()))
-            notifier_.Clear();
-        RemoveEnded();
-        for (auto const& listener : listeners_) {
-            if (selector.IsStreamReadyForReading(*listener))
-                AcceptFrom(*listener);
-        }
+        if (selector.Select(look))
+            ServeReady(selector);
     }
+}
+
+void Server::ServeReady(StreamSelector const& selector)
+{
+    if (selector.IsStreamReadyForReading(notifier_.Waiter()))
+        notifier_.Clear();
+    RemoveEnded();
+    for (auto const& listener : listeners_) {
+        if (selector.IsStreamReadyForReading(*listener))
+            AcceptFrom(*listener);
+    }
+    if (discovery_ && selector.IsStreamReadyForReading(discovery_->GetSocket()))
+        discovery_->Serve();
 }
 
 void Server::Stop() noexcept
@@ -90,12 +108,20 @@ void Server::Stop() noexcept
     notifier_.Notify();
 }
 
+std::unique_ptr<Socket> Server::Accept(ServerSocket& listener)
+{
+    std::unique_lock<std::mutex> const noSpawns = service_.HoldSpawns();
+    std::unique_ptr<Socket> socket(listener.Accept());
+    CloseOnExec(socket->GetDescriptor());
+    return socket;
+}
+
 // An accept that fails for want of descriptors or memory leaves the client in the queue. Until a connection ends, or a
 // moment has passed, another try would fail as well.
 void Server::AcceptFrom(ServerSocket& listener)
 {
     try {
-        Serve(std::unique_ptr<Socket>(listener.Accept()));
+        Serve(Accept(listener));
     } catch (Exception const& exception) {
         TOVU_LOG(LoggerMgr::LEVEL_WARNING, "A client cannot be accepted: %s\n", exception.what());
         StreamSelector selector;
@@ -112,7 +138,7 @@ void Server::Serve(std::unique_ptr<Socket> socket)
         return;
     }
 
-    std::unique_ptr<Connection> connection(new Connection(std::move(socket), notifier_));
+    std::unique_ptr<Connection> connection(new Connection(std::move(socket), service_, notifier_));
     connections_.push_back(nullptr);  // before the thread starts, so that running out of memory cannot lose it
     int const error = connection->Start();
     if (error != 0) {

@@ -1,18 +1,16 @@
 #include "VolumeMessages.h"
 
-#include <unistd.h>
-
 #include <exception>
 #include <xercesc/dom/DOMNode.hpp>
 
-#include "ElementText.h"
+#include "PatientSocket.h"
+#include "SharedFile.h"
 #include "common/Prolog.h"
 #include "common/Protocol.h"
+#include "common/XmlText.h"
 #include "tovu/util/Format.h"
 #include "tovu/util/LoggerMgr.h"
-#include "tovu/util/Socket.h"
-#include "tovu/util/Stream.h"
-#include "tovu/util/StreamSelector.h"
+#include "tovu/util/StreamWriter.h"
 #include "tovu/util/XercesUtils.h"
 
 namespace volume {
@@ -21,15 +19,31 @@ using namespace tovu::util;
 
 namespace {
 
-// How long a client may take no byte of its answer: this many waits of that length.
-constexpr int PATIENCE = 300;
-constexpr long WAIT_MICROSECONDS = 100000;
+constexpr char const* SEND = "Send";
 
-std::string Info()
+Socket const& ToSocket(Stream& stream)
 {
-    return FormatString(R"(<Info hostName="%s" processId="%d" version="%s"/>)",
-                        EncodeXMLCharEntities(Socket::GetHostName()).c_str(), static_cast<int>(getpid()), Version());
+    return dynamic_cast<Socket const&>(stream);
 }
+
+// Takes the bytes of a file, and never more than were announced.
+class FileSocket : public PatientSocket
+{
+public:
+    FileSocket(Socket const& socket, std::atomic<bool> const& stopping, unsigned size)
+        : PatientSocket(socket, stopping), size_(size)
+    {}
+
+    int Write(void const* buffer, unsigned int length) override
+    {
+        if (GetCount() + length > size_)
+            throw AnswerNotTaken{"its file has grown meanwhile"};
+        return PatientSocket::Write(buffer, length);
+    }
+
+private:
+    unsigned const size_;
+};
 
 }  // namespace
 
@@ -64,6 +78,9 @@ unsigned VolumeMessages::ParseMessage(Stream& stream, unsigned char const* data,
         throw;  // the answer could not be sent: the connection is gone
     } catch (AnswerNotTaken const&) {
         throw;
+    } catch (Refusal const& refusal) {
+        HandleError(refusal.code, stream, data, length);
+        return 0;
     } catch (...) {
         // The parser's DOMException, for example, which it throws for a version of XML that it does not know.
         HandleError(ERROR_MALFORMED, stream, data, length);
@@ -73,16 +90,16 @@ unsigned VolumeMessages::ParseMessage(Stream& stream, unsigned char const* data,
 
 bool VolumeMessages::IsValidMessage(std::string const& name) const
 {
-    return name == "Echo" || name == "GetInfo";
+    return name == SEND || service_.IsHandled(name);
 }
 
 void VolumeMessages::HandleMessage(Stream& stream, unsigned char const* /*data*/, unsigned /*length*/,
                                    xercesc::DOMNode const& element) const
 {
-    if (XMLCh2string(element.getNodeName()) == "Echo")
-        Answer(stream, "<Echo>" + ContentText(element) + "</Echo>");
+    if (XMLCh2string(element.getNodeName()) == SEND)
+        SendFile(stream, AttributeText(element, "path"));
     else
-        Answer(stream, Info());
+        Answer(stream, service_.Handle(element));
 }
 
 void VolumeMessages::HandleError(int code, Stream& stream, unsigned char const* /*data*/, unsigned length) const
@@ -93,32 +110,31 @@ void VolumeMessages::HandleError(int code, Stream& stream, unsigned char const* 
            FormatString(R"(<Error code="%d">%s</Error>)", code, EncodeXMLCharEntities(ErrorWords(code)).c_str()));
 }
 
-// A MessageWriter would wait without limit for a client that does not read, and nothing can end that wait on a local
-// socket. So the answer goes out in pieces, each when there is room for it. The NUL of the string is the delimiter.
+// The NUL of the string is the delimiter.
 void VolumeMessages::Answer(Stream& stream, std::string const& document) const
 {
-    char const* rest = document.c_str();
-    for (auto remaining = static_cast<unsigned>(document.size() + 1); remaining != 0;) {
-        AwaitRoom(stream);
-        int const written = stream.Write(rest, remaining);
-        rest += written;
-        remaining -= static_cast<unsigned>(written);
-    }
+    PatientSocket socket(ToSocket(stream), stopping_);
+    socket.Write(document.c_str(), static_cast<unsigned>(document.size() + 1));
 }
 
-void VolumeMessages::AwaitRoom(Stream& stream) const
+// Once the header is out, so many bytes have to follow: whatever goes wrong then ends the connection.
+void VolumeMessages::SendFile(Stream& stream, std::string const& path) const
 {
-    for (int i = 0; i < PATIENCE; ++i) {
-        if (stopping_)
-            throw AnswerNotTaken{"the service stops"};
+    if (service_.GetSendFolder().empty())
+        throw Refusal{ERROR_NOT_SET_UP};
 
-        StreamSelector selector;
-        selector.AddStreamForWriting(stream);
-        StreamSelector::TimeVal wait(0, WAIT_MICROSECONDS);
-        if (selector.Select(wait) && selector.IsStreamReadyForWriting(stream))
-            return;
+    SharedFile const file(service_.GetSendFolder(), path);
+    Answer(stream, FormatString(R"(<File name="%s" size="%u"/>)", EscapeName(file.GetName()).c_str(), file.GetSize()));
+
+    FileSocket socket(ToSocket(stream), stopping_, file.GetSize());
+    try {
+        StreamWriter(socket).WriteFile(file.GetPath());
+    } catch (std::exception const& exception) {
+        TOVU_LOG(LoggerMgr::LEVEL_WARNING, "%s could not be sent: %s\n", path.c_str(), exception.what());
+        throw AnswerNotTaken{"its file could not be sent"};
     }
-    throw AnswerNotTaken{"the client does not read its answer"};
+    if (socket.GetCount() != file.GetSize())
+        throw AnswerNotTaken{"its file has become shorter meanwhile"};
 }
 
 }  // namespace volume

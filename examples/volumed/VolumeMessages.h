@@ -3,28 +3,23 @@
 #include <atomic>
 #include <string>
 
+#include "VolumeService.h"
 #include "tovu/util/MessageProcessor.h"
 
 namespace volume {
 
-/// The client takes no answer, or the service stops before it does. Deliberately no std::exception: MessageProcessor
-/// takes those for faults of the message, and would have it answered.
-struct AnswerNotTaken
-{
-    char const* reason;
-};
-
-/// The messages of the volume service, for one connection. Each is answered with one document.
+/// The messages of one connection. Each is answered with one document, see VolumeService:
 ///
-///   Echo       Echo, with the same content
-///   GetInfo    Info, with the attributes hostName, processId and version
-///   other      Error, with the attribute code and the reason in words
+///   Send path   File, with name and size, and behind its delimiter the bytes of the file
+///   refused     Error, with the attribute code and the reason in words
 ///
-/// An empty message is dropped without an answer. The stream is in non-blocking mode. Besides what MessageProcessor
-/// throws, AnswerNotTaken passes out of ReadMessages.
+/// An empty message is dropped without an answer. The stream is a Socket in non-blocking mode. Besides what
+/// MessageProcessor throws, AnswerNotTaken passes out of ReadMessages.
 class VolumeMessages : public tovu::util::MessageProcessor
 {
 public:
+    explicit VolumeMessages(VolumeService& service) : service_(service) {}
+
     /// Makes ReadMessages return or throw soon. May be called from any thread.
     void Stop();
 
@@ -40,8 +35,9 @@ public:
 
 private:
     void Answer(tovu::util::Stream& stream, std::string const& document) const;
-    void AwaitRoom(tovu::util::Stream& stream) const;
+    void SendFile(tovu::util::Stream& stream, std::string const& path) const;
 
+    VolumeService& service_;
     std::atomic<bool> stopping_{false};
 };
 

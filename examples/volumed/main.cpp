@@ -44,7 +44,13 @@ void HandleSignals(Server& server)
     stop.sa_handler = &StopServer;
     sigaction(SIGINT, &stop, nullptr);
     sigaction(SIGTERM, &stop, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);  // a client that is gone is an exception of its connection
+
+    // A client that is gone is an exception of its connection. Caught and not ignored: a signal that is ignored would
+    // stay so in the programs that jobs run.
+    struct sigaction nothing = {};
+    nothing.sa_handler = [](int /*signal*/) {};
+    nothing.sa_flags = SA_RESTART;
+    sigaction(SIGPIPE, &nothing, nullptr);
 }
 
 void IgnoreSignals()
@@ -117,21 +123,25 @@ int RunLogged(Server& server)
     }
 }
 
-// Listens first, so that whoever starts the service learns by the exit status whether it can be reached; then leaves
-// the terminal, before the first thread is started.
+// Everything that can fail comes first, so that whoever starts the service learns by the exit status whether it can be
+// reached; then it leaves the terminal, before the first thread is started.
 int Serve(Options const& options)
 {
-    std::unique_ptr<Server> server(new Server);
+    XercesPlatform const xercesPlatform;
+    VolumeService service(options);
+    std::unique_ptr<Server> server(new Server(service));
     server->Listen(LocalAddress(options.socketPath));
     std::string addresses = options.socketPath;
     if (!options.listen.empty())
         addresses += " and " + ToText(server->Listen(ParseHostPort(options.listen)));
+    if (!options.discover.empty())
+        server->AnswerDiscovery(ParsePort(options.discover));
 
     if (!options.foreground && daemon(1, 0) == -1)
         throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));
 
-    XercesPlatform const xercesPlatform;
     LastLineLogger& lastLine = StartLogging(options);
+    service.Start();
     HandleSignals(*server);
     TOVU_LOG(LoggerMgr::LEVEL_INFO, "volumed %s listens on %s.\n", Version(), addresses.c_str());
     int const status = RunLogged(*server);

@@ -1,187 +1,48 @@
-// The example service and its client, as programs: started, talked to, and stopped.
+// What the example service promises whatever it is asked: roads, refusals, clients that misbehave, its start and end.
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <chrono>
-#include <csignal>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "Latch.h"
-#include "TemporaryDirectory.h"
+#include "RunningService.h"
 #include "common/HostPort.h"
-#include "tovu/util/ClientSocket.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/StreamSelector.h"
 
 namespace volume { namespace {
 
 using namespace tovu::util;
-using tovu::test::DEADLINE;
 using tovu::test::ReadFile;
-using tovu::test::TemporaryDirectory;
 using tovu::test::WriteFile;
 
 char const* const MESSAGES = TOVU_SOURCE_DIR "/examples/messages/";
 
-// Starts a program with its standard output and error in files, which are there, and empty, from the beginning.
-pid_t Start(std::vector<std::string> const& arguments, std::string const& output, std::string const& error)
-{
-    WriteFile(output, "");
-    WriteFile(error, "");
-    std::vector<char*> argv;
-    for (std::string const& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-
-    pid_t const child = fork();
-    if (child == 0) {
-        if (std::freopen(output.c_str(), "w", stdout) != nullptr && std::freopen(error.c_str(), "w", stderr) != nullptr)
-            execv(argv[0], argv.data());
-        _exit(127);
-    }
-    return child;
-}
-
-// \return The exit status, or 128 and the signal.
-int WaitFor(pid_t child)
-{
-    int status = 0;
-    while (waitpid(child, &status, 0) == -1 && errno == EINTR)
-        continue;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-// Asks every few milliseconds, since another process cannot tell when it is so far.
-template <typename Condition>
-bool Eventually(Condition condition)
-{
-    auto const deadline = std::chrono::steady_clock::now() + DEADLINE;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-// A running service on a local socket and on TCP.
-class VolumedTest : public testing::Test
+class VolumedTest : public RunningService
 {
 protected:
-    struct Answer
-    {
-        int status;
-        std::string output;
-        std::string error;
-    };
-
-    VolumedTest() : socket_(folder_ / "volumed.sock") { StartService({}); }
-
-    ~VolumedTest() override
-    {
-        if (service_ != -1) {
-            EXPECT_EQ(0, StopService(SIGTERM)) << Log();
-        }
-    }
-
-    void StartService(std::vector<std::string> const& more)
-    {
-        std::vector<std::string> arguments = {VOLUMED, "--socket", socket_, "--listen", "127.0.0.1:0", "--foreground"};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        service_ = Start(arguments, folder_ / "output", folder_ / "log");
-        EXPECT_TRUE(AwaitLog(" listens on ")) << Log();
-
-        std::string const log = Log();
-        std::string::size_type const port = log.find(" and 127.0.0.1:") + 5;
-        tcp_ = log.substr(port, log.find(".\n", port) - port);
-    }
-
-    int StopService(int signal)
-    {
-        kill(service_, signal);
-        int const status = WaitFor(service_);
-        service_ = -1;
-        return status;
-    }
-
-    std::string Log() const { return ReadFile(folder_ / "log"); }
-
-    bool AwaitLog(std::string const& text) const
-    {
-        return Eventually([&] { return Log().find(text) != std::string::npos; });
-    }
-
-    Answer Control(std::vector<std::string> arguments) const
-    {
-        arguments.insert(arguments.begin(), VOLUMECTL);
-        std::string const output = folder_ / "control-output";
-        std::string const error = folder_ / "control-error";
-        int const status = WaitFor(Start(arguments, output, error));
-        return {status, ReadFile(output), ReadFile(error)};
-    }
-
-    Answer ControlLocal(std::vector<std::string> arguments) const
-    {
-        arguments.insert(arguments.begin(), {"--socket", socket_});
-        return Control(arguments);
-    }
-
-    std::unique_ptr<ClientSocket> Connect() const
-    {
-        return std::unique_ptr<ClientSocket>(new ClientSocket(Socket::Address(socket_), true));
-    }
-
-    // Sends bytes as they are and reads as many answers, each up to its delimiter.
-    static std::string Talk(Socket& socket, std::string const& bytes, unsigned answers)
-    {
-        socket.Write(bytes.data(), static_cast<unsigned>(bytes.size()));
-        std::string text;
-        while (answers != 0) {
-            char byte = 0;
-            if (socket.Read(&byte, 1) == 0)
-                return text + "(closed)";
-            if (byte == '\0')
-                --answers;
-            text += byte == '\0' ? '|' : byte;
-        }
-        return text;
-    }
-
-    static std::string Message(std::string const& document) { return document + '\0'; }
-
-    TemporaryDirectory folder_;
-    std::string const socket_;
-    std::string tcp_;
-    pid_t service_ = -1;
+    VolumedTest() { StartService({}); }
 };
 
 TEST_F(VolumedTest, EchoReturnsItsContentOnBothRoads)
 {
-    Answer const local = ControlLocal({"echo", "a < b & \"c\""});
+    Answer const local = ControlLocal({"--xml", "echo", "a < b & \"c\""});
     EXPECT_EQ(0, local.status);
     EXPECT_EQ("<Echo>a &lt; b &amp; &quot;c&quot;</Echo>\n", local.output);
     EXPECT_EQ("", local.error);
 
-    Answer const tcp = Control({"--connect", tcp_, "echo", "over TCP"});
+    Answer const tcp = Control({"--connect", tcp_, "--xml", "echo", "over TCP"});
     EXPECT_EQ(0, tcp.status);
     EXPECT_EQ("<Echo>over TCP</Echo>\n", tcp.output);
 }
 
 TEST_F(VolumedTest, InfoTellsHostProcessAndVersion)
 {
-    Answer const answer = ControlLocal({"info"});
-    EXPECT_EQ("<Info hostName=\"" + Socket::GetHostName() + "\" processId=\"" + std::to_string(service_) +
+    std::string const process = std::to_string(service_);
+    EXPECT_EQ("<Info hostName=\"" + Socket::GetHostName() + "\" processId=\"" + process +
                   "\" version=\"" VOLUME_VERSION "\"/>\n",
-              answer.output);
+              ControlLocal({"--xml", "info"}).output);
+    EXPECT_EQ(
+        "host        " + Socket::GetHostName() + "\nprocess     " + process + "\nversion     " VOLUME_VERSION "\n",
+        ControlLocal({"info"}).output);
 }
 
 TEST_F(VolumedTest, ContentComesBackWithItsMarkup)
@@ -403,7 +264,7 @@ TEST_F(VolumedTest, DetachesFromItsStarterOnceItCanBeReached)
 {
     std::string const path = folder_ / "background.sock";
     EXPECT_EQ(0, WaitFor(Start({VOLUMED, "--socket", path}, folder_ / "o", folder_ / "e")));
-    Answer const answer = Control({"--socket", path, "info"});
+    Answer const answer = Control({"--socket", path, "--xml", "info"});
     EXPECT_EQ(0, answer.status) << answer.error;
     EXPECT_EQ("", ReadFile(folder_ / "o") + ReadFile(folder_ / "e"));
 

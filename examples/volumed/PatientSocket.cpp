@@ -1,0 +1,50 @@
+#include "PatientSocket.h"
+
+#include "tovu/util/StreamSelector.h"
+
+namespace volume {
+
+using namespace tovu::util;
+
+namespace {
+
+// How long a client may take nothing: this many waits of that length.
+constexpr int PATIENCE = 300;
+constexpr long WAIT_MICROSECONDS = 100000;
+
+}  // namespace
+
+PatientSocket::PatientSocket(Socket const& socket, std::atomic<bool> const& stopping)
+    : TenantSocket(socket.GetDescriptor()), stopping_(stopping)
+{}
+
+int PatientSocket::Write(void const* buffer, unsigned int length)
+{
+    auto const* rest = static_cast<char const*>(buffer);
+    AwaitRoom();
+    for (unsigned remaining = length; remaining != 0;) {
+        int const written = TenantSocket::Write(rest, remaining);
+        rest += written;
+        remaining -= static_cast<unsigned>(written);
+        count_ += static_cast<unsigned>(written);
+        AwaitRoom();
+    }
+    return static_cast<int>(length);
+}
+
+void PatientSocket::AwaitRoom() const
+{
+    for (int i = 0; i < PATIENCE; ++i) {
+        if (stopping_)
+            throw AnswerNotTaken{"the service stops"};
+
+        StreamSelector selector;
+        selector.AddStreamForWriting(*this);
+        StreamSelector::TimeVal wait(0, WAIT_MICROSECONDS);
+        if (selector.Select(wait) && selector.IsStreamReadyForWriting(*this))
+            return;
+    }
+    throw AnswerNotTaken{"the client does not read its answer"};
+}
+
+}  // namespace volume
