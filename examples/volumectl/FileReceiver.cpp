@@ -40,14 +40,14 @@ FileReceiver::FileReceiver(std::string const& path)
 
 FileReceiver::~FileReceiver()
 {
-    if (file_.IsOpen() && path_ != STANDARD_OUTPUT)
-        unlink(partPath_.c_str());
+    if (file_.IsOpen())
+        RemovePart();
 }
 
 void FileReceiver::Receive(Stream& stream, unsigned long long size, std::string const& first)
 {
     try {
-        file_.Open(partPath_, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+        file_.Open(partPath_, O_WRONLY | O_CLOEXEC | (IsFile() ? O_CREAT | O_TRUNC : O_APPEND), 0644);
     } catch (Exception const& exception) {
         throw LocalError(EX_CANTCREAT, "cannot write " + partPath_ + ": " + exception.what());
     }
@@ -84,12 +84,23 @@ void FileReceiver::Complete()
 {
     try {
         file_.Close();
-        if (path_ != STANDARD_OUTPUT && std::rename(partPath_.c_str(), path_.c_str()) == -1)
+        if (IsFile() && std::rename(partPath_.c_str(), path_.c_str()) == -1)
             throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));
     } catch (Exception const& exception) {
-        unlink(partPath_.c_str());
+        RemovePart();
         throw LocalError(EX_IOERR, "cannot write " + path_ + ": " + exception.what());
     }
+}
+
+void FileReceiver::RemovePart() const
+{
+    if (IsFile())
+        unlink(partPath_.c_str());
+}
+
+bool FileReceiver::IsFile() const
+{
+    return path_ != STANDARD_OUTPUT;
 }
 
 }  // namespace volume

@@ -14,7 +14,8 @@ namespace volume {
 class FileReceiver
 {
 public:
-    /// \param path The file to write; "-" for standard output. One that exists is replaced.
+    /// \param path The file to write; "-" for standard output. A file that exists is replaced; what standard output holds
+    ///             already, when it is one, stays.
     explicit FileReceiver(std::string const& path);
     FileReceiver(FileReceiver const&) = delete;
     FileReceiver& operator=(FileReceiver const&) = delete;
@@ -27,6 +28,8 @@ public:
 private:
     void Write(char const* bytes, unsigned length);
     void Complete();
+    void RemovePart() const;
+    bool IsFile() const;
 
     std::string const path_;
     std::string const partPath_;  // what is written to

@@ -41,14 +41,17 @@ struct Outcome
     std::string plain;
     bool isKnown = false;  // false for an answer that only a plug-in of the service knows
     int status = EXIT_SUCCESS;
+    bool isFile = false;  // true for an answer that is followed by a file
     unsigned long long fileSize = 0;
 };
 
 void LookAt(xercesc::DOMNode const& element, Outcome& outcome)
 {
     outcome.isKnown = PlainText(element, outcome.plain);
+    std::string const name = Utf8(element.getNodeName());
+    outcome.isFile = name == "File";
     outcome.fileSize = std::strtoull(AttributeText(element, "size").c_str(), nullptr, 10);
-    if (Utf8(element.getNodeName()) == "Job" && AttributeText(element, "result") != "0")
+    if (name == "Job" && AttributeText(element, "result") != "0")
         outcome.status = EXIT_JOB_FAILED;
 }
 
@@ -65,6 +68,9 @@ std::string TargetOf(std::vector<std::string> const& command)
 
 void Receive(ClientSocket& service, Options const& options, Outcome& outcome, std::string const& first)
 {
+    if (!outcome.isFile)
+        throw NoAnswer("the answer is no file");
+
     std::string const target = TargetOf(options.command);
     FileReceiver(target).Receive(service, outcome.fileSize, first);
     if (target != "-")

@@ -98,7 +98,15 @@ void RequireFolder(std::string const& folder)
 
 }  // namespace
 
-VolumeService::VolumeService(Options const& options) : options_(options)
+VolumeService::VolumeService(Options const& options)
+    : options_(options),
+      handlers_{{"Echo", &Echo},
+                {"GetInfo", [](DOMNode const& /*element*/) { return DescribeService("Info", ""); }},
+                {"List", &List},
+                {"Status", [this](DOMNode const& element) { return Status(element); }},
+                {"MakeGuid", &MakeGuid},
+                {"RunJob", [this](DOMNode const& element) { return RunJob(element); }},
+                {"CancelJob", [this](DOMNode const& element) { return CancelJob(element); }}}
 {
     RequirePrograms(options_.jobs);
     RequireFolder(options_.sendFolder);
@@ -124,30 +132,15 @@ void VolumeService::Stop()
 
 bool VolumeService::IsHandled(std::string const& name) const
 {
-    for (char const* own : {"Echo", "GetInfo", "List", "Status", "MakeGuid", "RunJob", "CancelJob"}) {
-        if (name == own)
-            return true;
-    }
-    return plugins_.Find(name) != nullptr;
+    return handlers_.count(name) != 0 || plugins_.Find(name) != nullptr;
 }
 
 std::string VolumeService::Handle(DOMNode const& element)
 {
     std::string const name = XMLCh2string(element.getNodeName());
-    if (name == "Echo")
-        return Echo(element);
-    if (name == "GetInfo")
-        return DescribeService("Info", "");
-    if (name == "List")
-        return List(element);
-    if (name == "Status")
-        return Status(element);
-    if (name == "MakeGuid")
-        return MakeGuid(element);
-    if (name == "RunJob")
-        return RunJob(element);
-    if (name == "CancelJob")
-        return CancelJob(element);
+    auto const handler = handlers_.find(name);
+    if (handler != handlers_.end())
+        return handler->second(element);
     return plugins_.Find(name)->Handle(element);
 }
 

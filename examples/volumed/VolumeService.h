@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <xercesc/util/XercesDefs.hpp>
@@ -54,6 +56,7 @@ private:
     std::string CancelJob(xercesc::DOMNode const& element);
 
     Options const options_;
+    std::map<std::string, std::function<std::string(xercesc::DOMNode const&)>> const handlers_;  // its own messages
     Plugins plugins_;
     std::unique_ptr<VolumeDatabase> database_;  // null when there is none
     std::unique_ptr<Jobs> jobs_;                // null before Start

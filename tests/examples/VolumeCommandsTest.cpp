@@ -378,6 +378,17 @@ TEST_F(VolumeCommandsTest, GetWritesToStandardOutput)
     EXPECT_TRUE(Repeated(100000) == ControlLocal({"get", "/a//b", "-"}).output);
 }
 
+TEST_F(VolumeCommandsTest, GetAppendsToWhatStandardOutputHoldsAlready)
+{
+    StartWithFolder();
+    WriteFile(shared_ + "/file", "new");
+    std::string const command =
+        "exec " VOLUMECTL " --socket '" + socket_ + "' get file - >>'" + (folder_ / "collected") + "'";
+    WriteFile(folder_ / "collected", "what was there, ");
+    EXPECT_EQ(0, WaitFor(Start({"/bin/sh", "-c", command}, folder_ / "o", folder_ / "e")));
+    EXPECT_EQ("what was there, new", ReadFile(folder_ / "collected"));
+}
+
 TEST_F(VolumeCommandsTest, GetReplacesAFileOnlyOnceItIsComplete)
 {
     StartWithFolder();
