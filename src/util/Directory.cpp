@@ -98,11 +98,6 @@ bool Directory::GetNextEntry(Entry& entry)
     return true;
 }
 
-void Directory::GetEntry(dirent const& item, Entry& entry) const
-{
-    Describe(item.d_name, entry);
-}
-
 void Directory::Describe(std::string const& name, Entry& entry) const
 {
     internal::FileStatus status;

@@ -45,7 +45,9 @@ public:
 
     /// Describes one item of this folder; a link is described itself, not what it points at. An item that cannot be
     /// examined, because it has gone meanwhile for example, gives Entry::Empty.
-    void GetEntry(dirent const& item, Entry& entry) const;
+    ///
+    /// Compiled into the caller, who alone knows the layout of a 32-bit program's `dirent`: `_FILE_OFFSET_BITS` changes it.
+    void GetEntry(dirent const& item, Entry& entry) const { Describe(item.d_name, entry); }
 
     /// Ends the walk. May be called twice.
     void Close();

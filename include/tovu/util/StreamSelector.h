@@ -32,6 +32,8 @@ public:
         /// \param microseconds 0 to 999999 on top.
         TimeVal(long seconds, long microseconds);
     };
+    static_assert(sizeof(timeval) == 2 * sizeof(long),
+                  "on 32 bits the library takes select(2)'s timeval as it is without _TIME_BITS=64");
 
     /// A selector that watches nothing.
     StreamSelector();
