@@ -4,6 +4,21 @@ set(CMAKE_CXX_STANDARD 14)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
+# Destructors tell kinds of exceptions apart, and plug-ins catch what the library throws. Asked anew each time, because
+# the flags may have changed.
+include(CheckCXXSourceCompiles)
+unset(TOVUUTIL_COMPILER_THROWS CACHE)
+check_cxx_source_compiles("
+    #include <typeinfo>
+    int main()
+    {
+        try { throw 1; } catch (int) { return typeid(int).name() == nullptr; }
+    }" TOVUUTIL_COMPILER_THROWS)
+if(NOT TOVUUTIL_COMPILER_THROWS)
+    message(FATAL_ERROR "libtovuutil needs run-time type information and exceptions: take -fno-rtti and "
+        "-fno-exceptions out of the compiler's flags (CMAKE_CXX_FLAGS is '${CMAKE_CXX_FLAGS}').")
+endif()
+
 add_library(tovuutil_flags INTERFACE)
 
 # __FILE__ is relative to the project root, whatever the build folder is: log monitors match on these names.
