@@ -29,8 +29,10 @@
 #include "ChildProcess.h"
 #include "ChildPrograms.h"
 #include "Descriptors.h"
+#include "Emulation.h"
 #include "EnvironmentVariable.h"
 #include "ExecleWatch.h"
+#include "ForeignPrograms.h"
 #include "Interruptions.h"
 #include "KillGuard.h"
 #include "LastWords.h"
@@ -82,6 +84,14 @@ void TellQueuedLines(int descriptor)
 class ChildProcessTest : public testing::Test
 {
 protected:
+    static void SetUpTestSuite() { _canStart = test::CanStart(CHILD_PROGRAM); }
+
+    void SetUp() override
+    {
+        if (!_canStart)
+            GTEST_SKIP() << test::CANNOT_START;
+    }
+
     ~ChildProcessTest() override
     {
         EXPECT_EQ(descriptors_, test::CountDescriptors());
@@ -113,6 +123,7 @@ protected:
         return Output();
     }
 
+    static bool _canStart;
     std::size_t const descriptors_ = test::CountDescriptors();
     test::TemporaryDirectory const folder_;
     std::string const report_ = folder_ / "report";
@@ -120,6 +131,8 @@ protected:
     EnvironmentVariable const reportVariable_{"CHILD_REPORT", report_};
     EnvironmentVariable const noLimit_{LIMIT, nullptr};
 };
+
+bool ChildProcessTest::_canStart = false;
 
 // ---- How a child ends.
 
@@ -259,7 +272,7 @@ TEST_F(ChildProcessTest, ChildThatHasOnlyStoppedIsForgottenToo)
     pid_t const child = process.Spawn();
     int const result = process.Wait();
     if (result == ChildProcess::RESULT_FAILURE)
-        GTEST_SKIP() << "a process of this machine may not be traced";
+        GTEST_SKIP() << "a process may not be traced here";
 
     EXPECT_EQ(ChildProcess::RESULT_NO_CHILD, result);
     EXPECT_EQ(-1, process.GetPid());
@@ -398,7 +411,10 @@ TEST_F(ChildProcessTest, EnvironmentIsInheritedWhenNoVariableIsAdded)
     for (char* const* entry = environ; *entry != nullptr; ++entry)
         own.push_back(*entry);
     EXPECT_EQ(0, ChildProcess(CHILD_PROGRAM, false).Exec());
-    EXPECT_EQ(own, Report("variable "));
+    Lines inherited = Report("variable ");
+    if (test::IsEmulated())
+        std::reverse(inherited.begin(), inherited.end());
+    EXPECT_EQ(own, inherited);
 }
 
 class ChildEnvironmentTest : public ChildProcessTest
@@ -412,7 +428,24 @@ protected:
 TEST_F(ChildEnvironmentTest, AddedVariablesAreTheWholeEnvironment)
 {
     Lines expected = {"CHILD_REPORT=" + report_};
-    for (char const* const entry : {"B=two words", "A=", "no equals sign", "B=again"}) {
+    for (char const* const entry : {"B=two words", "A="}) {
+        process_.AddEnvironmentVariable(entry);
+        expected.push_back(entry);
+    }
+    EXPECT_EQ(0, process_.Exec());
+    Lines variables = Report("variable ");
+    if (test::IsEmulated())
+        std::reverse(variables.begin(), variables.end());
+    EXPECT_EQ(expected, variables);
+}
+
+TEST_F(ChildEnvironmentTest, VariablesAreHandedOverAsTheyAre)
+{
+    if (test::IsEmulated())
+        GTEST_SKIP() << "the emulator hands over each variable once, and nothing that is none";
+
+    Lines expected = {"CHILD_REPORT=" + report_};
+    for (char const* const entry : {"B=one", "no equals sign", "", "=", "B=again"}) {
         process_.AddEnvironmentVariable(entry);
         expected.push_back(entry);
     }
@@ -504,8 +537,9 @@ class AddressSpaceTest : public ChildProcessTest
 protected:
     void SetUp() override
     {
+        ChildProcessTest::SetUp();
         if (!KeepsLimits())
-            GTEST_SKIP() << "this machine does not keep the limit of an address space";
+            GTEST_SKIP() << "the limit of an address space is not kept here";
     }
 };
 

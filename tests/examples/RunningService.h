@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "ForeignPrograms.h"
 #include "Latch.h"
 #include "TemporaryDirectory.h"
 #include "tovu/util/ClientSocket.h"
@@ -81,9 +82,17 @@ protected:
         }
     }
 
+    void SetUp() override
+    {
+        static bool const canStart = tovu::test::CanStart(VOLUMECTL);
+        if (!canStart)
+            GTEST_SKIP() << tovu::test::CANNOT_START;
+    }
+
     void StartService(std::vector<std::string> const& more)
     {
         std::vector<std::string> arguments = {VOLUMED, "--socket", socket_, "--listen", "127.0.0.1:0", "--foreground"};
+        arguments.insert(arguments.begin(), launcher_.begin(), launcher_.end());
         arguments.insert(arguments.end(), more.begin(), more.end());
         service_ = Start(arguments, folder_ / "output", folder_ / "log");
         EXPECT_TRUE(AwaitLog(" listens on ")) << Log();
@@ -150,6 +159,7 @@ protected:
     tovu::test::TemporaryDirectory folder_;
     std::string const socket_;
     std::string tcp_;
+    std::vector<std::string> launcher_;  // what becomes the service; itself when empty
     pid_t service_ = -1;
 };
 

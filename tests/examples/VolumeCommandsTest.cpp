@@ -459,7 +459,7 @@ TEST_F(VolumeCommandsTest, AFileOfTwoGibibytesIsTooLarge)
     std::unique_ptr<ClientSocket> const client = Connect();
     EXPECT_EQ("<File name=\"huge\" size=\"2147483647\"/>|", Talk(*client, Message("<Send path=\"huge\"/>"), 1));
 
-    ASSERT_EQ(0, truncate((shared_ + "/huge").c_str(), 0x7FFFFFFFL + 1));
+    ASSERT_EQ(0, truncate((shared_ + "/huge").c_str(), off_t{1} << 31));
     EXPECT_EQ("volumectl: refused: The file is too large to be sent.\n", ControlLocal({"get", "huge", "-"}).error);
 }
 

@@ -20,7 +20,7 @@ public:
         EXPECT_EQ(0, pthread_getattr_default_np(&before_));
         EXPECT_EQ(0, pthread_getattr_default_np(&huge));
         std::size_t const page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        EXPECT_EQ(0, pthread_attr_setstacksize(&huge, SIZE_MAX / 2 / page * page));
+        EXPECT_EQ(0, pthread_attr_setstacksize(&huge, SIZE_MAX / 16 * 15 / page * page));
         EXPECT_EQ(0, pthread_setattr_default_np(&huge));
         pthread_attr_destroy(&huge);
     }
