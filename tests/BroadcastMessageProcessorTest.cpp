@@ -26,8 +26,8 @@
 #include "LogOfChild.h"
 #include "ParserDelivery.h"
 #include "ParserMemory.h"
+#include "PrivateMember.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/LoggerMgr.h"
 #include "tovu/util/MessageProcessor.h"
@@ -40,7 +40,6 @@ namespace tovu { namespace util { namespace {
 using namespace std::string_literals;
 using test::BroadcastRecorder;
 using test::Bytes;
-using test::CallVirtualSlot;
 using test::Delivering;
 using test::Delivery;
 using test::LogOf;
@@ -476,82 +475,17 @@ TEST(PlainBroadcastMessageProcessorTest, ItsHooksDoNothing)
     EXPECT_TRUE(server.IsOpen());
 }
 
-TEST(PlainBroadcastMessageProcessorTest, HoldsTheStopFlagOnly)
+TOVU_PRIVATE_MEMBER(Stop, bool, BroadcastMessageProcessor, stop_);
+
+TEST(PlainBroadcastMessageProcessorTest, SetStopChangesTheFlag)
 {
-    struct Layout
-    {
-        void* table;
-        bool stop;
-    };
-    static_assert(sizeof(BroadcastMessageProcessor) == sizeof(Layout), "nothing else");
     BroadcastMessageProcessor processor;
-    bool const& stop = test::MemberAt<bool>(processor, offsetof(Layout, stop));
+    bool const& stop = Stop::Of(processor);
     EXPECT_FALSE(stop);
     processor.SetStop(true);
     EXPECT_TRUE(stop);
     processor.SetStop(false);
     EXPECT_FALSE(stop);
-}
-
-// Tells which operation was called.
-class TellingProcessor : public BroadcastMessageProcessor
-{
-public:
-    explicit TellingProcessor(std::string& told) : told_(told) {}
-
-    void ParseMessage(ServerBroadcastSocket& /*socket*/, unsigned char const* /*data*/, unsigned length,
-                      Address const& sender) const override
-    {
-        told_ += "ParseMessage " + std::to_string(length) + " " + std::to_string(sender.GetPort()) + " ";
-    }
-
-    bool IsValidMessage(std::string const& name) const override
-    {
-        told_ += "IsValidMessage " + name + " ";
-        return true;
-    }
-
-    void HandleMessage(ServerBroadcastSocket& /*socket*/, unsigned char const* /*data*/, unsigned length,
-                       xercesc::DOMNode const& /*element*/, Address const& sender) const override
-    {
-        told_ += "HandleMessage " + std::to_string(length) + " " + std::to_string(sender.GetPort()) + " ";
-    }
-
-    void HandleError(int code, ServerBroadcastSocket& /*socket*/, unsigned char const* /*data*/, unsigned length,
-                     Address const& sender) const override
-    {
-        told_ += "HandleError " + std::to_string(code) + " " + std::to_string(length) + " " +
-                 std::to_string(sender.GetPort()) + " ";
-    }
-
-    virtual void Added() { told_ += "Added"; }
-
-private:
-    std::string& told_;
-};
-
-TEST(BroadcastMessageProcessorSlotsTest, TheOperationsKeepTheirOrderAndNoneFollow)
-{
-    std::string told;
-    TellingProcessor processor(told);
-    ServerBroadcastSocket server(Loopback(), true);
-    ServerBroadcastSocket* const socket = &server;
-    std::string const name = "a";
-    unsigned char const* const data = Bytes(name);
-    xercesc::DOMNode const* const element = nullptr;
-    Address const sender = Loopback(9);
-
-    CallVirtualSlot<void>(&processor, 2, socket, data, 1u, &sender);
-    EXPECT_TRUE(CallVirtualSlot<bool>(&processor, 3, &name));
-    CallVirtualSlot<void>(&processor, 4, socket, data, 2u, element, &sender);
-    CallVirtualSlot<void>(&processor, 5, 3, socket, data, 4u, &sender);
-    CallVirtualSlot<void>(&processor, 6);
-    EXPECT_EQ("ParseMessage 1 9 IsValidMessage a HandleMessage 2 9 HandleError 3 4 9 Added", told);
-}
-
-TEST(BroadcastMessageProcessorSlotsTest, TheFirstTwoAreTheDestructors)
-{
-    test::ExpectDestructorsInSlots0And1<BroadcastMessageProcessor>();
 }
 
 }}}  // namespace tovu::util

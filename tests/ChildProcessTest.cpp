@@ -39,9 +39,9 @@
 #include "MemoryGroup.h"
 #include "OpenFlags.h"
 #include "PipePair.h"
+#include "PrivateMember.h"
 #include "QueuedLog.h"
 #include "TemporaryDirectory.h"
-#include "VirtualSlots.h"
 #include "tovu/util/LoggerMgr.h"
 
 namespace tovu { namespace util { namespace {
@@ -64,10 +64,7 @@ static_assert(std::has_virtual_destructor<ChildProcess>::value, "a base class");
 static_assert(std::is_nothrow_destructible<ChildProcess>::value, "the destructor never throws");
 static_assert(!std::is_copy_constructible<StdIO>::value && !std::is_copy_assignable<StdIO>::value, "one owner");
 static_assert(std::is_nothrow_destructible<StdIO>::value, "the destructor never throws");
-static_assert(std::is_standard_layout<StdIO>::value && sizeof(StdIO) == 6 * sizeof(int), "three pairs");
-static_assert(offsetof(StdIO, inPipe) == 0 && offsetof(StdIO, outPipe) == 2 * sizeof(int) &&
-                  offsetof(StdIO, errPipe) == 4 * sizeof(int),
-              "in this order");
+static_assert(std::is_standard_layout<StdIO>::value, "three pairs");
 static_assert(ChildProcess::RESULT_SUCCESS == 0 && ChildProcess::RESULT_FAILURE == 1 &&
                   ChildProcess::RESULT_NO_CHILD == 2 && ChildProcess::RESULT_SIGNAL == 3,
               "");
@@ -1039,93 +1036,64 @@ TEST_F(ChildProcessTest, PipesAreQuietWhenTheyAreMadeAndBelowTheThreshold)
     });
 }
 
-// ---- What programs rely on that were built with an earlier header.
+// ---- What it holds.
 
-struct Layout
+typedef std::list<std::string> Texts;
+
+TOVU_PRIVATE_MEMBER(Program, std::string, ChildProcess, program_);
+TOVU_PRIVATE_MEMBER(Arguments, Texts, ChildProcess, arguments_);
+TOVU_PRIVATE_MEMBER(Environment, Texts, ChildProcess, environment_);
+TOVU_PRIVATE_MEMBER(Reserved1, std::string, ChildProcess, reserved1_);
+TOVU_PRIVATE_MEMBER(Reserved2, std::string, ChildProcess, reserved2_);
+TOVU_PRIVATE_MEMBER(Flag, bool, ChildProcess, flag_);
+TOVU_PRIVATE_MEMBER(Status, int, ChildProcess, status_);
+TOVU_PRIVATE_MEMBER(Pid, int, ChildProcess, pid_);
+TOVU_PRIVATE_MEMBER(ControlGroup, std::string, ChildProcess, controlGroup_);
+TOVU_PRIVATE_MEMBER(Pipes, std::unique_ptr<StdIO>, ChildProcess, stdio_);
+
+TEST_F(ChildProcessTest, KeepsWhatItIsGiven)
 {
-    virtual ~Layout() = default;
-
-    std::string program;
-    std::list<std::string> arguments;
-    std::list<std::string> environment;
-    std::string further[2];
-    bool flag = false;
-    int status = 0;
-    int pid = 0;
-    std::string controlGroup;
-    std::unique_ptr<StdIO> pipes;
-};
-static_assert(sizeof(ChildProcess) == sizeof(Layout), "no other members");
-
-// The member of `process` that stands where `member` stands in `layout`.
-template <typename Member>
-Member const& At(ChildProcess const& process, Layout const& layout, Member const& member)
-{
-    return test::MemberAt<Member>(process, test::OffsetOf(layout, member));
-}
-
-TEST_F(ChildProcessTest, HoldsItsMembersInTheirOrder)
-{
-    Layout const layout;
     for (bool const flag : {false, true}) {
         ChildProcess process("program", flag);
         process.AddArgument("argument");
         process.AddEnvironmentVariable("A=1");
         process.SetControlGroup("/group");
-        EXPECT_EQ("program", At(process, layout, layout.program));
-        EXPECT_EQ(std::list<std::string>{"argument"}, At(process, layout, layout.arguments));
-        EXPECT_EQ(std::list<std::string>{"A=1"}, At(process, layout, layout.environment));
-        EXPECT_EQ("", At(process, layout, layout.further[0]));
-        EXPECT_EQ("", At(process, layout, layout.further[1]));
-        EXPECT_EQ(flag, At(process, layout, layout.flag));
-        EXPECT_EQ("/group", At(process, layout, layout.controlGroup));
-        EXPECT_EQ(nullptr, At(process, layout, layout.pipes));
+        EXPECT_EQ("program", Program::Of(process));
+        EXPECT_EQ(Texts{"argument"}, Arguments::Of(process));
+        EXPECT_EQ(Texts{"A=1"}, Environment::Of(process));
+        EXPECT_EQ("", Reserved1::Of(process));
+        EXPECT_EQ("", Reserved2::Of(process));
+        EXPECT_EQ(flag, Flag::Of(process));
+        EXPECT_EQ("/group", ControlGroup::Of(process));
+        EXPECT_EQ(nullptr, Pipes::Of(process));
     }
 }
 
-TEST_F(ChildProcessTest, HoldsTheStatusThenTheId)
+TEST_F(ChildProcessTest, KeepsTheStatusAndTheId)
 {
-    Layout const layout;
     Shell process("exit 7");
     int const pid = process.Spawn();
-    EXPECT_EQ(-1, At(process, layout, layout.status));
-    EXPECT_EQ(pid, At(process, layout, layout.pid));
+    EXPECT_EQ(-1, Status::Of(process));
+    EXPECT_EQ(pid, Pid::Of(process));
     process.Wait();
-    EXPECT_EQ(7, At(process, layout, layout.status));
-    EXPECT_EQ(-1, At(process, layout, layout.pid));
+    EXPECT_EQ(7, Status::Of(process));
+    EXPECT_EQ(-1, Pid::Of(process));
 }
 
 TEST_F(ChildProcessTest, GroupIsEmptyAtFirst)
 {
-    Layout const layout;
-    EXPECT_EQ("", At(ChildProcess("program", false), layout, layout.controlGroup));
+    EXPECT_EQ("", ControlGroup::Of(ChildProcess("program", false)));
 }
 
 TEST_F(ChildProcessTest, DestructorDestroysThePipesItOwns)
 {
-    Layout const layout;
     std::unique_ptr<ChildProcess> process(new ChildProcess("program", false));
     StdIO* const pipes = new StdIO;
     Ends const ends = EndsOf(*pipes);
-    const_cast<std::unique_ptr<StdIO>&>(At(*process, layout, layout.pipes)).reset(pipes);
+    Pipes::Of(*process).reset(pipes);
     EXPECT_EQ(6u, CountOpen(ends));
     process.reset();
     EXPECT_EQ(0u, CountOpen(ends));
-}
-
-// A child process that needs no arguments, with a virtual operation behind those of its base.
-class LongerProcess : public ChildProcess
-{
-public:
-    LongerProcess() : ChildProcess("program", false) {}
-    virtual int Added() { return 3; }
-};
-
-TEST_F(ChildProcessTest, DestructorsAreTheOnlyVirtualOperations)
-{
-    test::ExpectDestructorsInSlots0And1<LongerProcess>();
-    LongerProcess process;
-    EXPECT_EQ(3, test::CallVirtualSlot<int>(&process, 2));
 }
 
 }}}  // namespace tovu::util

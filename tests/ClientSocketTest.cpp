@@ -24,7 +24,6 @@
 #include "Sockets.h"
 #include "TemporaryDirectory.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 
 namespace tovu { namespace util { namespace {
 
@@ -214,19 +213,6 @@ TEST(ClientSocketTest, InheritsEveryOperation)
     Listener const listener(AF_LOCAL);
     ClientSocket const client(listener.GetAddress(), true);
     EXPECT_EQ(test::StreamOperations(Socket(-1)), test::StreamOperations(client));
-}
-
-// A client that needs no arguments.
-class ConnectedClient : public ClientSocket
-{
-public:
-    ConnectedClient() : ClientSocket(Listener(AF_LOCAL).GetAddress(), true) {}
-};
-
-TEST(ClientSocketTest, DestructorsComeFirst)
-{
-    ConnectReplacement const connected(connectCall, [](int, sockaddr const*, socklen_t) { return 0; });
-    test::ExpectDestructorsInSlots0And1<ConnectedClient>();
 }
 
 TEST(ClientSocketTest, ConnectsToAnAbstractAddress)

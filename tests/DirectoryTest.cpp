@@ -28,8 +28,8 @@
 #include "DirectoryXml.h"
 #include "LogLines.h"
 #include "ParameterName.h"
+#include "PrivateMember.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 
 namespace tovu { namespace util { namespace {
 
@@ -70,16 +70,8 @@ static_assert(std::is_same<decltype(Entry::Empty), Entry const>::value, "");
 static_assert(Entry::TYPE_INVALID == 0 && Entry::TYPE_FILE == 1 && Entry::TYPE_FOLDER == 2 && Entry::TYPE_LINK == 3,
               "kinds travel as numbers in memory");
 
-// A Directory's members in their order; they stand in the object as they do here.
-struct DirectoryLayout
-{
-    std::string path;
-    DIR* stream;
-    std::int32_t lastStatusDate;
-    std::int32_t lastAccessedDate;
-    std::int32_t lastModifiedDate;
-};
-static_assert(sizeof(Directory) == sizeof(DirectoryLayout), "no other members");
+TOVU_PRIVATE_MEMBER(FolderPath, std::string, Directory, path_);
+TOVU_PRIVATE_MEMBER(FolderStream, DIR*, Directory, stream_);
 
 class DirectoryTest : public test::DirectoryFixture
 {};
@@ -188,21 +180,17 @@ TEST_F(DirectoryTest, ARelativePathIsTakenFromWhereTheProcessIs)
     });
 }
 
-TEST_F(DirectoryTest, HoldsThePathTheStreamAndTheDates)
+TEST_F(DirectoryTest, KeepsThePathAndTheStream)
 {
-    DirectoryLayout const layout = {};
     Directory folder(path_ + "//");
-    std::size_t const stream = test::OffsetOf(layout, layout.stream);
-    EXPECT_EQ(path_ + "//", test::MemberAt<std::string>(folder, test::OffsetOf(layout, layout.path)));
-    EXPECT_EQ(nullptr, test::MemberAt<DIR*>(folder, stream));
-    EXPECT_EQ(test::OffsetOf(layout, layout.lastStatusDate), test::OffsetOf(folder, folder.lastStatusDate));
-    EXPECT_EQ(test::OffsetOf(layout, layout.lastAccessedDate), test::OffsetOf(folder, folder.lastAccessedDate));
-    EXPECT_EQ(test::OffsetOf(layout, layout.lastModifiedDate), test::OffsetOf(folder, folder.lastModifiedDate));
+    EXPECT_EQ(path_ + "//", FolderPath::Of(folder));
+    DIR* const& stream = FolderStream::Of(folder);
+    EXPECT_EQ(nullptr, stream);
 
     Walk(folder);
-    EXPECT_TRUE(test::IsDescriptorOpen(dirfd(test::MemberAt<DIR*>(folder, stream))));
+    EXPECT_TRUE(test::IsDescriptorOpen(dirfd(stream)));
     folder.Close();
-    EXPECT_EQ(nullptr, test::MemberAt<DIR*>(folder, stream));
+    EXPECT_EQ(nullptr, stream);
 }
 
 // ---- The walk.
@@ -612,28 +600,6 @@ TEST_F(DirectoryEntryTest, EmptyStandsForWhatCouldNotBeExamined)
 {
     EXPECT_EQ(EMPTY, Text(Entry::Empty));
     EXPECT_EQ(EMPTY, Text(Entry()));
-}
-
-TEST_F(DirectoryEntryTest, HoldsItsFieldsInTheirOrder)
-{
-    struct Layout
-    {
-        int type;
-        std::string name;
-        std::int32_t lastStatusDate;
-        std::int32_t lastAccessedDate;
-        std::int32_t lastModifiedDate;
-        std::uint64_t size;
-    };
-    static_assert(sizeof(Entry) == sizeof(Layout), "no other members");
-    Layout const layout = {};
-    Entry const entry;
-    EXPECT_EQ(test::OffsetOf(layout, layout.type), test::OffsetOf(entry, entry.type));
-    EXPECT_EQ(test::OffsetOf(layout, layout.name), test::OffsetOf(entry, entry.name));
-    EXPECT_EQ(test::OffsetOf(layout, layout.lastStatusDate), test::OffsetOf(entry, entry.lastStatusDate));
-    EXPECT_EQ(test::OffsetOf(layout, layout.lastAccessedDate), test::OffsetOf(entry, entry.lastAccessedDate));
-    EXPECT_EQ(test::OffsetOf(layout, layout.lastModifiedDate), test::OffsetOf(entry, entry.lastModifiedDate));
-    EXPECT_EQ(test::OffsetOf(layout, layout.size), test::OffsetOf(entry, entry.size));
 }
 
 // ---- Texts.

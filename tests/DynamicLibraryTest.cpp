@@ -17,20 +17,21 @@
 #include "EnvironmentVariable.h"
 #include "FreshProcess.h"
 #include "LogLines.h"
+#include "PrivateMember.h"
 #include "QueuedLog.h"
 #include "TemporaryDirectory.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 
 namespace tovu { namespace util { namespace {
 
 using test::CapturedLog;
 
 static_assert(!std::is_polymorphic<DynamicLibrary>::value, "no virtual operations");
-static_assert(sizeof(DynamicLibrary) == sizeof(void*), "the handle and nothing else");
 static_assert(!std::is_copy_constructible<DynamicLibrary>::value, "one owner");
 static_assert(!std::is_copy_assignable<DynamicLibrary>::value, "one owner");
 static_assert(std::is_nothrow_destructible<DynamicLibrary>::value, "the destructor never throws");
+
+TOVU_PRIVATE_MEMBER(Handle, void*, DynamicLibrary, handle_);
 
 char const* const SOURCE = "src/util/DynamicLibrary.cpp";
 
@@ -122,7 +123,7 @@ protected:
 
 TEST_F(DynamicLibraryTest, StartsEmpty)
 {
-    EXPECT_EQ(nullptr, test::MemberAt<void*>(library_, 0));
+    EXPECT_EQ(nullptr, Handle::Of(library_));
     ExpectEmpty();
 }
 
@@ -137,7 +138,7 @@ TEST_F(DynamicLibraryTest, HoldsTheLoadersHandle)
 {
     library_.Load(PLUGIN);
     void* const handle = dlopen(PLUGIN ".so", RTLD_LAZY | RTLD_NOLOAD);
-    EXPECT_EQ(handle, test::MemberAt<void*>(library_, 0));
+    EXPECT_EQ(handle, Handle::Of(library_));
     dlclose(handle);
 }
 
@@ -305,7 +306,7 @@ TEST_F(DynamicLibraryTest, UnloadGivesTheLibraryBack)
     library_.Load(PLUGIN);
     library_.Unload();
     EXPECT_EQ("plugin loaded\nplugin unloaded\n", TakeJournal());
-    EXPECT_EQ(nullptr, test::MemberAt<void*>(library_, 0));
+    EXPECT_EQ(nullptr, Handle::Of(library_));
     ExpectEmpty();
 }
 
@@ -371,7 +372,7 @@ TEST_F(DynamicLibraryTest, GetProcReturnsTheLoadersAddress)
 {
     library_.Load(PLUGIN);
     DynamicLibrary const& constant = library_;
-    EXPECT_EQ(dlsym(test::MemberAt<void*>(library_, 0), "PluginAnswer"), constant.GetProc("PluginAnswer"));
+    EXPECT_EQ(dlsym(Handle::Of(library_), "PluginAnswer"), constant.GetProc("PluginAnswer"));
 }
 
 TEST_F(DynamicLibraryTest, MissingSymbolThrowsTheLoadersTextAndKeepsTheLibrary)

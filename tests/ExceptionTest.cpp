@@ -20,7 +20,6 @@
 #include "NoThreads.h"
 #include "ParameterName.h"
 #include "ThrowingClose.h"
-#include "VirtualSlots.h"
 #include "tovu/util/LoggerMgr.h"
 #include "tovu/util/Pipe.h"
 #include "tovu/util/XercesUtils.h"
@@ -47,10 +46,6 @@ extern "C" char* strerror(int error) noexcept
 }
 
 namespace tovu { namespace util { namespace {
-
-using test::CallVirtualSlot;
-using test::MemberAt;
-using test::OffsetOf;
 
 static_assert(std::is_base_of<std::exception, Exception>::value, "callers catch std::exception");
 static_assert(std::is_convertible<Exception*, std::exception*>::value, "the base is public");
@@ -236,48 +231,6 @@ TEST_F(ExceptionTest, RethrownExceptionIsTheSameObjectAndGrowsByOneAtEachHandler
             "  seen at outer.cpp, line 30",
             exception.Report());
     }
-}
-
-TEST_F(ExceptionTest, DestructorsAndWhatStandInTheVirtualTable)
-{
-    class Derived : public Exception
-    {
-    public:
-        Derived() : Exception("a.cpp", 1, "own text") {}
-        virtual int Added() { return 3; }
-    } derived;
-
-    test::ExpectDestructorsInSlots0And1<Derived>();
-    EXPECT_STREQ("own text", CallVirtualSlot<char const*>(&derived, 2));
-    EXPECT_EQ(3, CallVirtualSlot<int>(&derived, 3)) << "Exception itself has no further virtual operation";
-}
-
-// The members, in their order.
-struct ExceptionLayout : std::exception
-{
-    std::vector<Exception::Location> locations;
-    std::string message;
-};
-static_assert(sizeof(Exception) == sizeof(ExceptionLayout), "no other members");
-
-TEST_F(ExceptionTest, HoldsTheLocationsThenTheMessage)
-{
-    ExceptionLayout const layout;
-    EXPECT_EQ(OffsetOf(layout, layout.locations), OffsetOf(exception_, exception_.locations));
-    EXPECT_EQ("The volume is gone.", MemberAt<std::string>(exception_, OffsetOf(layout, layout.message)));
-}
-
-TEST_F(ExceptionTest, LocationHoldsTheFileThenTheLine)
-{
-    struct LocationLayout
-    {
-        char const* file;
-        std::uint32_t line;
-    };
-    Exception::Location const location("a.cpp", 7);
-    EXPECT_EQ(sizeof(LocationLayout), sizeof(Exception::Location));
-    EXPECT_EQ(0u, OffsetOf(location, location.file));
-    EXPECT_EQ(sizeof(char const*), OffsetOf(location, location.line));
 }
 
 class FromErrorCodeTest : public testing::Test

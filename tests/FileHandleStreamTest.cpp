@@ -10,9 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -27,8 +25,8 @@
 #include "LogLines.h"
 #include "ParameterName.h"
 #include "PipePair.h"
+#include "PrivateMember.h"
 #include "SeekCalls.h"
-#include "StreamSlots.h"
 #include "TakenAway.h"
 #include "TemporaryDirectory.h"
 #include "ThrowingClose.h"
@@ -785,60 +783,15 @@ TEST_F(FileHandleStreamTest, MovesBytesAtOffsets)
     EXPECT_EQ("0678456789", Content());
 }
 
-// ---- Layout.
+// ---- What it holds.
 
-template <typename Value>
-Value BytesAt(FileHandleStream const& stream, std::size_t offset)
-{
-    Value value;
-    std::memcpy(&value, reinterpret_cast<unsigned char const*>(&stream) + offset, sizeof(value));
-    return value;
-}
+TOVU_PRIVATE_MEMBER(SwapBytes, bool, RandomSeekStream, swapBytes_);
 
-TEST_F(FileHandleStreamTest, HoldsTheFlagTheDescriptorAndThePathInThisOrder)
+TEST_F(FileHandleStreamTest, ByteOrderIsBigEndianUnlessSaidOtherwise)
 {
-    struct Layout
-    {
-        void* table;
-        bool swapBytes;
-        int descriptor;
-        std::string path;
-    };
-    static_assert(sizeof(FileHandleStream) == sizeof(Layout), "three data members");
-    EXPECT_EQ(Stream::IsBigEndian() ? 0 : 1, BytesAt<unsigned char>(stream_, offsetof(Layout, swapBytes)));
-    EXPECT_EQ(stream_.GetDescriptor(), BytesAt<int>(stream_, offsetof(Layout, descriptor)));
-    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(&stream_) + offsetof(Layout, path),
-              reinterpret_cast<std::uintptr_t>(&stream_.GetPath()));
-}
-
-class NotingFile : public test::NotingSeekStream<FileHandleStream>
-{
-public:
-    void Open(std::string const& /*path*/, int /*flags*/, int /*mode*/) override { Note("Open"); }
-    unsigned long long GetSize() override { return Note("GetSize"); }
-    void SetSize(unsigned long long /*size*/) override { Note("SetSize"); }
-    virtual void Added() { Note("Added"); }
-};
-
-TEST_F(FileHandleStreamTest, InheritedOperationsKeepTheirSlots)
-{
-    NotingFile file;
-    test::ExpectSlots(test::StreamSlots<NotingFile>(), file);
-    test::ExpectSlots(test::SeekStreamSlots<NotingFile>(), file);
-}
-
-TEST_F(FileHandleStreamTest, ItsOwnOperationsFollowAndNoneAfterThem)
-{
-    static std::string const path;
-    std::vector<test::Slot<NotingFile>> const slots = {
-        {12, "Open", [](NotingFile& file, std::size_t slot) { test::CallVirtualSlot<void>(&file, slot, &path, 0, 0); }},
-        {13, "GetSize",
-         [](NotingFile& file, std::size_t slot) { test::CallVirtualSlot<unsigned long long>(&file, slot); }},
-        {14, "SetSize", [](NotingFile& file, std::size_t slot) { test::CallVirtualSlot<void>(&file, slot, 0ULL); }},
-        {15, "Added", [](NotingFile& file, std::size_t slot) { test::CallVirtualSlot<void>(&file, slot); }},
-    };
-    NotingFile file;
-    test::ExpectSlots(slots, file);
+    EXPECT_EQ(!Stream::IsBigEndian(), SwapBytes::Of(stream_));
+    EXPECT_FALSE(SwapBytes::Of(FileHandleStream(false)));
+    EXPECT_TRUE(SwapBytes::Of(FileHandleStream(true)));
 }
 
 // ---- Destruction.

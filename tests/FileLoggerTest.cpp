@@ -18,8 +18,8 @@
 #include "ChildProcess.h"
 #include "Descriptors.h"
 #include "Latch.h"
+#include "PrivateMember.h"
 #include "TemporaryDirectory.h"
-#include "VirtualSlots.h"
 #include "tovu/util/LoggerMgr.h"
 
 namespace tovu { namespace util { namespace {
@@ -30,13 +30,7 @@ static_assert(std::is_constructible<FileLogger, std::string>::value, "made of a 
 static_assert(!std::is_convertible<std::string, FileLogger>::value, "not by accident");
 static_assert(!std::is_copy_constructible<FileLogger>::value, "non-copyable");
 
-struct FileLoggerLayout : Logger
-{
-    void Log(std::string const& /*header*/, std::string const& /*message*/) override {}
-
-    std::string text;
-};
-static_assert(sizeof(FileLogger) == sizeof(FileLoggerLayout), "the text is its only member");
+TOVU_PRIVATE_MEMBER(Text, std::string, FileLogger, text_);
 
 // One datagram to the system log, in its parts: "<PRIORITY>Mmm dd hh:mm:ss TAG: TEXT".
 struct Record
@@ -239,28 +233,7 @@ TEST_F(FileLoggerTest, ReceivesTheLinesOfAManager)
 
 TEST_F(FileLoggerTest, KeepsTheTextOfItsOwner)
 {
-    FileLoggerLayout const layout;
-    EXPECT_EQ("a text of the owner", test::MemberAt<std::string>(logger_, test::OffsetOf(layout, layout.text)));
-}
-
-// Takes calls in place of FileLogger, and has one virtual operation of its own.
-class Derived : public FileLogger
-{
-public:
-    Derived() : FileLogger("") {}
-    void Log(std::string const& header, std::string const& message) override { last = header + "|" + message; }
-    virtual int Added() { return 3; }
-
-    std::string last;
-};
-
-TEST_F(FileLoggerTest, DestructorsAndLogStandInTheVirtualTable)
-{
-    Derived derived;
-    test::ExpectDestructorsInSlots0And1<Derived>();
-    test::CallVirtualSlot<void, std::string const&, std::string const&>(&derived, 2, "header", "message");
-    EXPECT_EQ("header|message", derived.last);
-    EXPECT_EQ(3, test::CallVirtualSlot<int>(&derived, 3)) << "FileLogger itself has no further virtual operation";
+    EXPECT_EQ("a text of the owner", Text::Of(logger_));
 }
 
 }}}  // namespace tovu::util

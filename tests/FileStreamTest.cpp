@@ -22,10 +22,9 @@
 #include "Descriptors.h"
 #include "Interruptions.h"
 #include "PipePair.h"
-#include "StreamSlots.h"
+#include "PrivateMember.h"
 #include "TemporaryDirectory.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 #include "tovu/util/FileHandleStream.h"
 
 namespace tovu { namespace util { namespace {
@@ -43,23 +42,12 @@ static_assert(!std::is_nothrow_destructible<FileStream>::value, "the destructor 
 static_assert(
     std::is_same<decltype(&FileStream::Open), void (FileStream::*)(std::string const&, std::string const&)>::value, "");
 
-// The members, in their order.
-struct FileStreamLayout
-{
-    void* table;
-    bool swapBytes;
-    std::FILE* file;
-};
-static_assert(sizeof(FileStream) == sizeof(FileStreamLayout), "two data members");
-
-std::FILE* FileOf(FileStream const& stream)
-{
-    return test::MemberAt<std::FILE*>(stream, offsetof(FileStreamLayout, file));
-}
+TOVU_PRIVATE_MEMBER(SwapBytes, bool, RandomSeekStream, swapBytes_);
+TOVU_PRIVATE_MEMBER(File, std::FILE*, FileStream, file_);
 
 int DescriptorOf(FileStream const& stream)
 {
-    return fileno(FileOf(stream));
+    return fileno(File::Of(stream));
 }
 
 // A stream on a file that holds "0123456789", open for reading and writing at position 0.
@@ -113,7 +101,7 @@ TEST_F(FileStreamTest, StartsClosed)
 {
     EXPECT_FALSE(FileStream().IsOpen());
     EXPECT_FALSE(FileStream(true).IsOpen());
-    EXPECT_EQ(nullptr, FileOf(FileStream()));
+    EXPECT_EQ(nullptr, File::Of(FileStream()));
 }
 
 TEST_F(FileStreamTest, OpenHoldsTheFileOpen)
@@ -161,9 +149,9 @@ TEST_F(FileStreamTest, ASecondOpenForgetsTheFirstFileWithoutClosingIt)
 {
     test::WriteFile(folder_ / "second", "another");
     EXPECT_EQ(2, stream_.Write("ab", 2));
-    std::FILE* const first = FileOf(stream_);
+    std::FILE* const first = File::Of(stream_);
     stream_.Open(folder_ / "second", "r");
-    EXPECT_NE(first, FileOf(stream_));
+    EXPECT_NE(first, File::Of(stream_));
     EXPECT_EQ("another", Read(100));
     EXPECT_TRUE(test::IsDescriptorOpen(fileno(first)));
     EXPECT_EQ("0123456789", Content()) << "its buffer was written";
@@ -174,10 +162,10 @@ TEST_F(FileStreamTest, ASecondOpenForgetsTheFirstFileWithoutClosingIt)
 
 TEST_F(FileStreamTest, ASecondOpenThatFailsForgetsTheFirstFileToo)
 {
-    std::FILE* const first = FileOf(stream_);
+    std::FILE* const first = File::Of(stream_);
     EXPECT_THROWN_AT(SOURCE, 16, stream_.Open(folder_ / "missing", "r"));
     EXPECT_FALSE(stream_.IsOpen());
-    EXPECT_EQ(nullptr, FileOf(stream_));
+    EXPECT_EQ(nullptr, File::Of(stream_));
     EXPECT_TRUE(test::IsDescriptorOpen(fileno(first)));
     EXPECT_EQ(0, std::fclose(first));
 }
@@ -579,7 +567,7 @@ TEST_F(FileStreamTest, CloseWritesTheBufferAndReleasesTheFile)
     EXPECT_EQ(2, stream_.Write("ab", 2));
     stream_.Close();
     EXPECT_FALSE(stream_.IsOpen());
-    EXPECT_EQ(nullptr, FileOf(stream_));
+    EXPECT_EQ(nullptr, File::Of(stream_));
     EXPECT_FALSE(test::IsDescriptorOpen(descriptor));
     EXPECT_EQ("ab23456789", Content());
 }
@@ -657,11 +645,11 @@ TEST_F(FullDeviceTest, AFailedCloseHasTheReasonOfTheDevice)
 TEST_F(FullDeviceTest, AFailedCloseKeepsThePointerToTheReleasedFile)
 {
     int const descriptor = DescriptorOf(stream_);
-    std::FILE* const file = FileOf(stream_);
+    std::FILE* const file = File::Of(stream_);
     EXPECT_EQ(1, stream_.Write("x", 1));
     EXPECT_THROW(stream_.Close(), Exception);
     EXPECT_TRUE(stream_.IsOpen());
-    EXPECT_EQ(file, FileOf(stream_));
+    EXPECT_EQ(file, File::Of(stream_));
     EXPECT_FALSE(test::IsDescriptorOpen(descriptor));
 }
 
@@ -774,35 +762,18 @@ TEST_F(FileStreamTest, SharesItsFilesWithFileHandleStream)
     ExpectReadsWhatTheOtherWrote(other, stream_);
 }
 
-// ---- Layout.
+// ---- What it holds.
 
-TEST_F(FileStreamTest, HoldsTheFlagThenTheFile)
+TEST_F(FileStreamTest, KeepsTheFlagAndTheFile)
 {
-    EXPECT_EQ(!Stream::IsBigEndian(), test::MemberAt<bool>(stream_, offsetof(FileStreamLayout, swapBytes)));
-    EXPECT_FALSE(test::MemberAt<bool>(FileStream(false), offsetof(FileStreamLayout, swapBytes)));
-    EXPECT_TRUE(test::MemberAt<bool>(FileStream(true), offsetof(FileStreamLayout, swapBytes)));
+    EXPECT_EQ(!Stream::IsBigEndian(), SwapBytes::Of(stream_));
+    EXPECT_FALSE(SwapBytes::Of(FileStream(false)));
+    EXPECT_TRUE(SwapBytes::Of(FileStream(true)));
     struct stat64 expected;
     struct stat64 status;
     ASSERT_EQ(0, stat64(path_.c_str(), &expected));
     ASSERT_EQ(0, fstat64(DescriptorOf(stream_), &status));
     EXPECT_EQ(expected.st_ino, status.st_ino);
-}
-
-class NotingFile : public test::NotingSeekStream<FileStream>
-{
-public:
-    virtual void Added() { Note("Added"); }
-};
-
-TEST_F(FileStreamTest, OperationsKeepTheirSlotsAndNoneFollow)
-{
-    NotingFile file;
-    test::ExpectDestructorsInSlots0And1<FileStream>();
-    test::ExpectSlots(test::StreamSlots<NotingFile>(), file);
-    test::ExpectSlots(test::SeekStreamSlots<NotingFile>(), file);
-    test::ExpectSlots(
-        {{12, "Added", [](NotingFile& stream, std::size_t slot) { test::CallVirtualSlot<void>(&stream, slot); }}},
-        file);
 }
 
 }}}  // namespace tovu::util

@@ -29,7 +29,6 @@
 
 namespace tovu { namespace util { namespace {
 
-static_assert(sizeof(GUID) == 16 && alignof(GUID) == 1, "16 bytes and nothing else");
 static_assert(std::is_standard_layout<GUID>::value && std::is_trivially_copyable<GUID>::value, "a plain value");
 static_assert(std::is_trivially_destructible<GUID>::value && !std::is_polymorphic<GUID>::value, "a plain value");
 static_assert(std::is_same<decltype(GUID::Empty), GUID const>::value, "a constant");

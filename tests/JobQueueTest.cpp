@@ -32,7 +32,7 @@
 #include "NoThreads.h"
 #include "NotingJob.h"
 #include "ParameterName.h"
-#include "VirtualSlots.h"
+#include "PrivateMember.h"
 
 namespace tovu { namespace util { namespace {
 
@@ -52,10 +52,8 @@ namespace tovu { namespace util { namespace {
 
 using test::CountingJob;
 using test::HeldWorker;
-using test::JobQueueLayout;
 using test::Journal;
 using test::Latch;
-using test::MemberOf;
 using test::MutexCalls;
 using test::NotingJob;
 using test::TryToTake;
@@ -320,7 +318,7 @@ TEST_P(WorkerCountTest, StopReturnsAtOnceAndQueuesNothing)
 {
     JobQueue queue(GetParam(), 0);
     queue.Stop();
-    EXPECT_TRUE(MemberOf(queue, &JobQueueLayout::stop));
+    EXPECT_TRUE(test::StopFlag::Of(queue));
     EXPECT_TRUE(WaitingIn(queue).empty());
 }
 
@@ -529,12 +527,12 @@ TEST_F(JobQueueTest, CancelRemovesOnlyTheFirstMatch)
     std::vector<Job const*> jobs;
     JobQueue queue(0, 0);
     Enq(queue, Names{"one", "two", "three", "two"});
-    for (Job const* const job : MemberOf(queue, &JobQueueLayout::jobs))
+    for (Job const* const job : test::WaitingJobs::Of(queue))
         jobs.push_back(job);
 
     EXPECT_TRUE(queue.Cancel("two"));
     EXPECT_EQ((Names{"one", "three", "two"}), WaitingIn(queue));
-    EXPECT_EQ(jobs[3], MemberOf(queue, &JobQueueLayout::jobs).back());
+    EXPECT_EQ(jobs[3], test::WaitingJobs::Of(queue).back());
     EXPECT_EQ(Names{"delete two"}, journal_.All());
 
     EXPECT_TRUE(queue.Cancel("two"));
@@ -637,7 +635,7 @@ TEST_F(JobQueueTest, StopWakesTheWorkersThatWait)
     JobQueue queue(4, 0);
     queue.Stop();
     EXPECT_TRUE(WorkersOf(queue).empty());
-    EXPECT_TRUE(MemberOf(queue, &JobQueueLayout::stop));
+    EXPECT_TRUE(test::StopFlag::Of(queue));
 }
 
 TEST_F(JobQueueTest, StopReturnsAfterTheRunningJob)
@@ -675,7 +673,7 @@ private:
 TEST_F(JobQueueTest, StopSetsTheFlagBeforeItDeletesTheJobs)
 {
     JobQueue queue(0, 0);
-    test::Enq(queue, new FlaggedJob(journal_, MemberOf(queue, &JobQueueLayout::stop)));
+    test::Enq(queue, new FlaggedJob(journal_, test::StopFlag::Of(queue)));
     queue.Stop();
     EXPECT_EQ((Names{"stopped", "delete flagged"}), journal_.All());
 }
@@ -696,7 +694,7 @@ TEST_F(JobQueueTest, StopHoldsTheStartStopLockWhileItWaits)
 {
     int found = -1;
     JobQueue queue(1, 0);
-    Mutex const& lock = MemberOf(queue, &JobQueueLayout::startStopLock);
+    Mutex const& lock = test::StartStopLock::Of(queue);
     OccupyUntilStopped(queue, [&] {
         EXPECT_EQ(nullptr, queue.Deq().get());
         found = TryToTake(lock);
@@ -803,7 +801,7 @@ TEST_F(JobQueueTest, StartOnARunningPoolDoesNothing)
     std::list<Worker*> const workers = WorkersOf(queue);
     queue.Start();
     EXPECT_EQ(workers, WorkersOf(queue));
-    EXPECT_FALSE(MemberOf(queue, &JobQueueLayout::stop));
+    EXPECT_FALSE(test::StopFlag::Of(queue));
 }
 
 // ---- Destruction.
@@ -841,8 +839,8 @@ private:
 TEST_F(JobQueueTest, DestructionEndsTheQueueMutexThenTheStartStopLockThenTheJobs)
 {
     std::unique_ptr<JobQueue> queue(new JobQueue(0, 0));
-    void const* const mutex = &MemberOf(*queue, &JobQueueLayout::mutex);
-    void const* const lock = &MemberOf(*queue, &JobQueueLayout::startStopLock);
+    void const* const mutex = &test::QueueMutex::Of(*queue);
+    void const* const lock = &test::StartStopLock::Of(*queue);
     std::ptrdiff_t destroyed = 0;
     queue->Stop();
     test::Enq(*queue, new LastJob(journal_, destroyed));
@@ -939,7 +937,7 @@ TEST_F(JobQueueWorkerTest, HandsTheQueuesOwnFlagToEachStepAlsoOnceItIsSet)
                       queue_.Stop();
               }));
     worker_.Run();
-    EXPECT_EQ(std::vector<bool const*>(3, &MemberOf(queue_, &JobQueueLayout::stop)), flags);
+    EXPECT_EQ(std::vector<bool const*>(3, &test::StopFlag::Of(queue_)), flags);
     EXPECT_EQ((std::vector<bool>{false, true, true}), values);
 }
 
@@ -947,8 +945,8 @@ TEST_F(JobQueueWorkerTest, RunsJobsOutsideOfTheQueuesLocks)
 {
     std::vector<int> found;
     test::Enq(queue_, new NotingJob(journal_, "job", [&](std::string const&, bool const&) {
-                  found.push_back(TryToTake(MemberOf(queue_, &JobQueueLayout::mutex)));
-                  found.push_back(TryToTake(MemberOf(queue_, &JobQueueLayout::startStopLock)));
+                  found.push_back(TryToTake(test::QueueMutex::Of(queue_)));
+                  found.push_back(TryToTake(test::StartStopLock::Of(queue_)));
               }));
     EnqStop();
     worker_.Run();
@@ -1032,7 +1030,7 @@ void ExpectHeldThroughout(void const* mutex, MutexCalls const& calls)
 TEST_F(JobQueueTest, TheQueueMutexIsHeldWhileEntriesAreTouched)
 {
     JobQueue queue(0, 0);
-    void const* const mutex = &MemberOf(queue, &JobQueueLayout::mutex);
+    void const* const mutex = &test::QueueMutex::Of(queue);
     ExpectHeldThroughout(mutex, MutexCalls([&] { test::Enq(queue, nullptr); }));
     ExpectHeldThroughout(mutex, MutexCalls([&] { queue.Deq(); }));
     ExpectHeldThroughout(mutex, MutexCalls([&] { queue.Cancel("job"); }));
@@ -1059,7 +1057,7 @@ TEST_F(JobQueueTest, JobsAreCancelledUnderTheQueueMutex)
 {
     JobQueue queue(0, 0);
     for (int i = 0; i < 2; ++i)
-        test::Enq(queue, new LookingJob(journal_, MemberOf(queue, &JobQueueLayout::mutex)));
+        test::Enq(queue, new LookingJob(journal_, test::QueueMutex::Of(queue)));
     EXPECT_TRUE(queue.Cancel("looking"));
     queue.CancelAll();
     EXPECT_EQ((Names{"delete looking", "delete looking"}), journal_.All());
@@ -1068,7 +1066,7 @@ TEST_F(JobQueueTest, JobsAreCancelledUnderTheQueueMutex)
 TEST_F(JobQueueTest, StartAndStopHoldTheirLockFromBeginToEnd)
 {
     JobQueue queue(2, 0);
-    void const* const lock = &MemberOf(queue, &JobQueueLayout::startStopLock);
+    void const* const lock = &test::StartStopLock::Of(queue);
     ExpectHeldThroughout(lock, MutexCalls([&] { queue.Start(); }));
     ExpectHeldThroughout(lock, MutexCalls([&] { queue.Stop(); }));
     ExpectHeldThroughout(lock, MutexCalls([&] { queue.Stop(); }));
@@ -1092,7 +1090,7 @@ TEST_F(JobQueueTest, MutexThatCannotBeLockedIsTheLockErrorOfBoost)
     MutexCalls([&] { EXPECT_THROW(queue.Cancel("job"), boost::lock_error); }, failures);
     MutexCalls([&] { EXPECT_THROW(queue.CancelAll(), boost::lock_error); }, failures);
     MutexCalls([&] { EXPECT_THROW(queue.Stop(), boost::lock_error); }, {{"lock", {0, EINVAL}}});
-    EXPECT_EQ(0, TryToTake(MemberOf(queue, &JobQueueLayout::startStopLock)));
+    EXPECT_EQ(0, TryToTake(test::StartStopLock::Of(queue)));
     EXPECT_EQ(Names{"job"}, WaitingIn(queue));
     EXPECT_EQ(Names{"delete lost"}, journal_.All());
 }
@@ -1102,7 +1100,7 @@ TEST_F(JobQueueTest, WaitThatFailsIsTheConditionErrorOfBoost)
     JobQueue queue(0, 0);
     conditions_.results = {EINVAL};
     EXPECT_THROW(queue.Deq(), boost::condition_error);
-    EXPECT_EQ(0, TryToTake(MemberOf(queue, &JobQueueLayout::mutex)));
+    EXPECT_EQ(0, TryToTake(test::QueueMutex::Of(queue)));
 }
 
 TEST_F(JobQueueTest, InterruptedLockAndUnlockAreTriedAgain)
@@ -1113,7 +1111,7 @@ TEST_F(JobQueueTest, InterruptedLockAndUnlockAreTriedAgain)
     MutexCalls([&] { EXPECT_FALSE(queue.Cancel("job")); }, failures);
     MutexCalls([&] { EXPECT_EQ(nullptr, queue.Deq().get()); }, failures);
     MutexCalls([&] { queue.CancelAll(); }, failures);
-    EXPECT_EQ(0, TryToTake(MemberOf(queue, &JobQueueLayout::mutex)));
+    EXPECT_EQ(0, TryToTake(test::QueueMutex::Of(queue)));
 }
 
 TEST_F(JobQueueTest, MutexThatCannotBeMadeIsTheResourceErrorOfBoost)
@@ -1121,94 +1119,33 @@ TEST_F(JobQueueTest, MutexThatCannotBeMadeIsTheResourceErrorOfBoost)
     MutexCalls([] { EXPECT_THROW(JobQueue(0, 0), boost::thread_resource_error); }, {{"init", {0, EAGAIN}}});
 }
 
-// ---- Layout.
+// ---- What it holds.
 
-TEST_F(JobQueueTest, HoldsCountPriorityFlagJobsAndWorkersInThisOrder)
+TEST_F(JobQueueTest, KeepsCountPriorityFlagJobsAndWorkers)
 {
     JobQueue queue(2, 7);
-    EXPECT_EQ(2, MemberOf(queue, &JobQueueLayout::workerCount));
-    EXPECT_EQ(7, MemberOf(queue, &JobQueueLayout::priority));
-    EXPECT_FALSE(MemberOf(queue, &JobQueueLayout::stop));
-    EXPECT_EQ(2u, MemberOf(queue, &JobQueueLayout::workers).size());
+    EXPECT_EQ(2, test::WorkerCount::Of(queue));
+    EXPECT_EQ(7, test::QueuePriority::Of(queue));
+    EXPECT_FALSE(test::StopFlag::Of(queue));
+    EXPECT_EQ(2u, test::Workers::Of(queue).size());
     queue.Stop();
-    EXPECT_TRUE(MemberOf(queue, &JobQueueLayout::stop));
+    EXPECT_TRUE(test::StopFlag::Of(queue));
     queue.CancelAll();
     Enq(queue, "job");
-    EXPECT_EQ("job", MemberOf(queue, &JobQueueLayout::jobs).front()->GetName());
+    EXPECT_EQ("job", test::WaitingJobs::Of(queue).front()->GetName());
 }
 
-TEST_F(JobQueueWorkerTest, HoldsTheQueueThenTheFinishedFlag)
+TOVU_PRIVATE_MEMBER(QueueOfWorker, JobQueue*, Worker, queue_);
+TOVU_PRIVATE_MEMBER(FinishedFlag, bool, Worker, finished_);
+
+TEST_F(JobQueueWorkerTest, KeepsTheQueueAndTheFinishedFlag)
 {
-    test::WorkerLayout const layout;
-    EXPECT_EQ(&queue_, test::MemberAt<JobQueue*>(worker_, test::OffsetOf(layout, layout.queue)));
-    bool const& finished = test::MemberAt<bool>(worker_, test::OffsetOf(layout, layout.finished));
+    EXPECT_EQ(&queue_, QueueOfWorker::Of(worker_));
+    bool const& finished = FinishedFlag::Of(worker_);
     EXPECT_FALSE(finished);
     queue_.Stop();
     worker_.Run();
     EXPECT_TRUE(finished);
-}
-
-// The classes with an operation more, which stands in the slot behind theirs.
-class LongerJob : public WithGetName<WithSetup<WithExecute<WithCleanup<Job>>>>
-{
-public:
-    std::string GetName() const override { return "a name that is too long to be kept in a string itself"; }
-    void Setup(bool const& stop) override { Note("Setup", stop); }
-    void Execute(bool const& stop) override { Note("Execute", stop); }
-    void Cleanup(bool const& stop) override { Note("Cleanup", stop); }
-    virtual void Added() { calls.push_back("Added"); }
-
-    Names calls;
-
-private:
-    void Note(char const* step, bool const& stop) { calls.push_back(stop ? std::string(step) + " stop" : step); }
-};
-
-TEST_F(JobQueueTest, OperationsOfAJobKeepTheirSlotsAndNoneFollow)
-{
-    test::ExpectDestructorsInSlots0And1<LongerJob>();
-    LongerJob job;
-    EXPECT_EQ(job.GetName(), test::CallVirtualSlot<std::string>(&job, 2));
-    bool const stop = true;
-    bool const go = false;
-    test::CallVirtualSlot<void>(&job, 3, &go);
-    test::CallVirtualSlot<void>(&job, 4, &stop);
-    test::CallVirtualSlot<void>(&job, 5, &go);
-    test::CallVirtualSlot<void>(&job, 6);
-    EXPECT_EQ((Names{"Setup", "Execute stop", "Cleanup", "Added"}), job.calls);
-}
-
-class LongerWorker : public Worker
-{
-public:
-    LongerWorker() : Worker(nullptr) {}
-    void Run() override { calls.push_back("Run"); }
-    virtual void Added() { calls.push_back("Added"); }
-
-    Names calls;
-};
-
-TEST_F(JobQueueTest, OperationsOfAWorkerKeepTheirSlotsAndNoneFollow)
-{
-    test::ExpectDestructorsInSlots0And1<LongerWorker>();
-    LongerWorker worker;
-    test::CallVirtualSlot<void>(&worker, 2);
-    test::CallVirtualSlot<void>(&worker, 3);
-    EXPECT_EQ((Names{"Run", "Added"}), worker.calls);
-}
-
-class LongerQueue : public JobQueue
-{
-public:
-    LongerQueue() : JobQueue(1, 0) {}
-    virtual int Added() { return 7; }
-};
-
-TEST_F(JobQueueTest, DestructorsOfTheQueueAreItsOnlyVirtualOperations)
-{
-    test::ExpectDestructorsInSlots0And1<LongerQueue>();
-    LongerQueue queue;
-    EXPECT_EQ(7, test::CallVirtualSlot<int>(&queue, 2));
 }
 
 }}}  // namespace tovu::util

@@ -30,8 +30,8 @@
 #include "MutexCalls.h"
 #include "NoThreads.h"
 #include "ParameterName.h"
+#include "PrivateMember.h"
 #include "Sanitizers.h"
-#include "VirtualSlots.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/Socket.h"
 
@@ -1059,63 +1059,31 @@ TEST_F(LogMacroTest, TakesALevelOfAnyIntegerType)
     });
 }
 
-// Layout.
+// What it holds.
 
-// The members, in their order.
-struct LoggerMgrLayout : Thread, Singleton<LoggerMgr>
+TOVU_PRIVATE_MEMBER(Name, std::string, LoggerMgr, name_);
+TOVU_PRIVATE_MEMBER(Level, unsigned, LoggerMgr, level_);
+TOVU_PRIVATE_MEMBER(Flags, unsigned, LoggerMgr, flags_);
+TOVU_PRIVATE_MEMBER(Loggers, OwnerList<Logger>, LoggerMgr, loggers_);
+TOVU_PRIVATE_MEMBER(Queue, std::list<Entry>, LoggerMgr, queue_);
+TOVU_PRIVATE_MEMBER(QueueMutex, boost::mutex, LoggerMgr, mutex_);
+
+TEST_F(LoggerMgrTest, KeepsNameLevelFlagsSinksAndQueue)
 {
-    void Run() override {}
-
-    std::string name;
-    unsigned level = 0;
-    unsigned flags = 0;
-    OwnerList<Logger> loggers;
-    std::list<Entry> queue;
-    boost::mutex mutex;
-    boost::condition_variable condition;
-};
-static_assert(sizeof(LoggerMgr) == sizeof(LoggerMgrLayout), "no other members");
-
-TEST_F(LoggerMgrTest, HoldsNameLevelFlagsSinksAndQueueInThisOrder)
-{
-    using test::MemberAt;
-    using test::OffsetOf;
-
     InitWithoutThread(*manager_, "volumed", 3, 0x86);
     Add("sink");
     Log("message");
-    LoggerMgrLayout layout;
-    EXPECT_EQ("volumed", MemberAt<std::string>(*manager_, OffsetOf(layout, layout.name)));
-    EXPECT_EQ(3u, MemberAt<unsigned>(*manager_, OffsetOf(layout, layout.level)));
-    EXPECT_EQ(0x86u, MemberAt<unsigned>(*manager_, OffsetOf(layout, layout.flags)));
-    EXPECT_EQ(1u, MemberAt<OwnerList<Logger>>(*manager_, OffsetOf(layout, layout.loggers)).size());
-    EXPECT_EQ("message", MemberAt<std::list<Entry>>(*manager_, OffsetOf(layout, layout.queue)).front().second);
+    EXPECT_EQ("volumed", Name::Of(*manager_));
+    EXPECT_EQ(3u, Level::Of(*manager_));
+    EXPECT_EQ(0x86u, Flags::Of(*manager_));
+    EXPECT_EQ(1u, Loggers::Of(*manager_).size());
+    EXPECT_EQ("message", Queue::Of(*manager_).front().second);
 }
 
-TEST_F(LoggerMgrTest, HoldsTheMutexBehindTheQueue)
+TEST_F(LoggerMgrTest, LogTakesTheMutexOfTheQueue)
 {
-    LoggerMgrLayout layout;
     MutexCalls const calls([this] { manager_->Log(1, FILE_NAME, LINE, "message"); });
-    EXPECT_EQ(reinterpret_cast<char const*>(manager_.get()) + test::OffsetOf(layout, layout.mutex),
-              calls.All().at(0).mutex);
-}
-
-class DerivedManager : public LoggerMgr
-{
-public:
-    void Run() override { ran = true; }
-    virtual int Added() { return 3; }
-
-    bool ran = false;
-};
-
-TEST_F(LoggerMgrTest, DestructorsAndRunStandInTheVirtualTable)
-{
-    DerivedManager derived;
-    test::ExpectDestructorsInSlots0And1<DerivedManager>();
-    test::CallVirtualSlot<void>(static_cast<Thread*>(&derived), 2);
-    EXPECT_TRUE(derived.ran);
-    EXPECT_EQ(3, test::CallVirtualSlot<int>(&derived, 3)) << "LoggerMgr itself has no further virtual operation";
+    EXPECT_EQ(static_cast<void const*>(&QueueMutex::Of(*manager_)), calls.All().at(0).mutex);
 }
 
 }}}  // namespace tovu::util

@@ -24,8 +24,8 @@
 #include "LogOfChild.h"
 #include "ParserDelivery.h"
 #include "ParserMemory.h"
+#include "PrivateMember.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/Format.h"
 #include "tovu/util/LoggerMgr.h"
@@ -34,7 +34,6 @@
 
 namespace tovu { namespace util { namespace {
 
-using test::CallVirtualSlot;
 using test::Delivering;
 using test::Delivery;
 using test::LogOf;
@@ -533,22 +532,14 @@ TEST_F(MessageLogTest, AFailureOfTheDumpIsError3)
         }));
 }
 
-// The members of a processor, as programs built against an earlier header know them.
-struct Layout
-{
-    void* table;
-    bool stop;
-    std::vector<unsigned char> pending;
-};
+TOVU_PRIVATE_MEMBER(StopFlag, bool, MessageProcessor, stop_);
+TOVU_PRIVATE_MEMBER(PendingBytes, std::vector<unsigned char>, MessageProcessor, pending_);
 
-class LayoutTest : public testing::Test
+class PendingBytesTest : public testing::Test
 {
 protected:
-    bool Stop() const { return test::MemberAt<bool>(processor_, offsetof(Layout, stop)); }
-    std::vector<unsigned char> const& Pending() const
-    {
-        return test::MemberAt<std::vector<unsigned char>>(processor_, offsetof(Layout, pending));
-    }
+    bool Stop() const { return StopFlag::Of(processor_); }
+    std::vector<unsigned char> const& Pending() const { return PendingBytes::Of(processor_); }
 
     void Feed(std::string const& chunk)
     {
@@ -559,9 +550,8 @@ protected:
     MessageProcessor processor_;
 };
 
-TEST_F(LayoutTest, HoldsTheFlagAndThePendingBytes)
+TEST_F(PendingBytesTest, AreKeptBesideTheStopFlag)
 {
-    static_assert(sizeof(MessageProcessor) == sizeof(Layout), "nothing else");
     EXPECT_FALSE(Stop());
     EXPECT_TRUE(Pending().empty());
 
@@ -574,7 +564,7 @@ TEST_F(LayoutTest, HoldsTheFlagAndThePendingBytes)
     EXPECT_FALSE(Stop());
 }
 
-TEST_F(LayoutTest, TheBufferKeepsItsCapacityWhenAMessageIsComplete)
+TEST_F(PendingBytesTest, TheBufferKeepsItsCapacityWhenAMessageIsComplete)
 {
     Feed(std::string(1000, 'x'));
     std::size_t const capacity = Pending().capacity();
@@ -582,68 +572,6 @@ TEST_F(LayoutTest, TheBufferKeepsItsCapacityWhenAMessageIsComplete)
     EXPECT_TRUE(Pending().empty());
     EXPECT_EQ(capacity, Pending().capacity());
     EXPECT_LE(1000u, capacity);
-}
-
-// Tells which operation was called.
-class TellingProcessor : public MessageProcessor
-{
-public:
-    explicit TellingProcessor(std::string& told) : told_(told) {}
-
-    unsigned ParseMessage(Stream& /*stream*/, unsigned char const* /*data*/, unsigned length) const override
-    {
-        told_ += "ParseMessage ";
-        return length;
-    }
-
-    bool IsValidMessage(std::string const& name) const override
-    {
-        told_ += "IsValidMessage " + name + " ";
-        return true;
-    }
-
-    void HandleMessage(Stream& /*stream*/, unsigned char const* /*data*/, unsigned /*length*/,
-                       xercesc::DOMNode const& /*element*/) const override
-    {
-        told_ += "HandleMessage ";
-    }
-
-    void HandleError(int code, Stream& /*stream*/, unsigned char const* /*data*/, unsigned /*length*/) const override
-    {
-        told_ += "HandleError " + std::to_string(code) + " ";
-    }
-
-    ByteSpan GetDelimiter() const override
-    {
-        told_ += "GetDelimiter ";
-        return ByteSpan(nullptr, 5);
-    }
-
-private:
-    std::string& told_;
-};
-
-TEST(MessageProcessorSlotsTest, TheOperationsKeepTheirOrder)
-{
-    std::string told;
-    TellingProcessor processor(told);
-    Pipe closed;
-    Stream* const stream = &closed;
-    std::string const name = "a";
-    unsigned char const* const data = Bytes(name);
-    xercesc::DOMNode const* const element = nullptr;
-
-    EXPECT_EQ(1u, CallVirtualSlot<unsigned>(&processor, 2, stream, data, 1u));
-    EXPECT_TRUE(CallVirtualSlot<bool>(&processor, 3, &name));
-    CallVirtualSlot<void>(&processor, 4, stream, data, 1u, element);
-    CallVirtualSlot<void>(&processor, 5, 3, stream, data, 1u);
-    EXPECT_EQ(5u, CallVirtualSlot<MessageProcessor::ByteSpan>(&processor, 6).second);
-    EXPECT_EQ("ParseMessage IsValidMessage a HandleMessage HandleError 3 GetDelimiter ", told);
-}
-
-TEST(MessageProcessorSlotsTest, TheFirstTwoAreTheDestructors)
-{
-    test::ExpectDestructorsInSlots0And1<MessageProcessor>();
 }
 
 }}}  // namespace tovu::util

@@ -28,23 +28,6 @@ WriterKind const KIND = {
 
 INSTANTIATE_TEST_SUITE_P(Writers, WriterTest, testing::Values(KIND), test::ParameterName());
 
-TEST(MessageWriterTest, HoldsTheMutexAndThenTheStream)
-{
-    struct Layout
-    {
-        Mutex mutex;
-        Stream* stream;
-    };
-    static_assert(sizeof(MessageWriter) == sizeof(Layout), "two members");
-    Pipe pipe;
-    MessageWriter writer(pipe);
-    EXPECT_EQ(static_cast<void*>(&writer), static_cast<void*>(&writer.GetMutex()));
-
-    Stream const* stream = nullptr;
-    std::memcpy(&stream, reinterpret_cast<unsigned char const*>(&writer) + offsetof(Layout, stream), sizeof(stream));
-    EXPECT_EQ(&pipe, stream);
-}
-
 TEST(MessageWriterTest, WriteDoesNotTakeTheMutex)
 {
     test::PipePair<> pipe;

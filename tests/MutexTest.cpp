@@ -15,7 +15,6 @@ namespace tovu { namespace util { namespace {
 
 using test::MutexCalls;
 
-static_assert(sizeof(Mutex) == sizeof(pthread_mutex_t), "the mutex is its only member");
 static_assert(!std::is_polymorphic<Mutex>::value, "no virtual operations");
 static_assert(!std::is_copy_constructible<Mutex>::value && !std::is_copy_assignable<Mutex>::value, "non-copyable");
 static_assert(!std::is_copy_constructible<Mutex::Guard>::value, "a lock is given back once");

@@ -25,7 +25,6 @@ typedef std::string (Path::*Question)() const;
 
 static_assert(std::is_constructible<Path, std::string const&>::value, "made on the caller's text");
 static_assert(!std::is_convertible<std::string const&, Path>::value, "explicitly");
-static_assert(sizeof(Path) == sizeof(std::string const*), "it holds one reference");
 static_assert(!std::is_polymorphic<Path>::value && std::is_trivially_destructible<Path>::value, "it owns nothing");
 static_assert(std::is_same<decltype(&Path::GetNativePathSeparator), char (*)()>::value, "static");
 static_assert(std::is_same<decltype(&Path::Create), bool (Path::*)(unsigned) const>::value, "");

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <climits>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -23,11 +22,11 @@
 #include "LogLines.h"
 #include "ParameterName.h"
 #include "PipePair.h"
-#include "StreamSlots.h"
 #include "TakenAway.h"
 #include "ThrowingClose.h"
 #include "Throws.h"
 #include "tovu/util/LoggerMgr.h"
+#include "tovu/util/RandomSeekStream.h"
 
 namespace tovu { namespace util { namespace {
 
@@ -123,32 +122,6 @@ TEST_F(PipeTest, AdoptsTheDescriptor)
         EXPECT_EQ(descriptor, adopted.GetDescriptor());
     }
     EXPECT_FALSE(test::IsDescriptorOpen(descriptor));
-}
-
-TEST_F(PipeTest, HoldsTheDescriptorAndNothingElse)
-{
-    struct Layout
-    {
-        void* table;
-        int descriptor;
-    };
-    static_assert(sizeof(Pipe) == sizeof(Layout), "one data member");
-    Layout layout;
-    std::memcpy(&layout, static_cast<void const*>(&reader_), sizeof(layout));
-    EXPECT_EQ(reader_.GetDescriptor(), layout.descriptor);
-}
-
-TEST_F(PipeTest, OperationsKeepTheirSlotsAndNoneFollow)
-{
-    class LongerPipe : public test::NotingStream<Pipe>
-    {
-    public:
-        virtual void Added() { Note("Added"); }
-    };
-    std::vector<test::Slot<LongerPipe>> slots = test::StreamSlots<LongerPipe>();
-    slots.push_back({8, "Added", [](LongerPipe& pipe, std::size_t slot) { test::CallVirtualSlot<void>(&pipe, slot); }});
-    LongerPipe pipe;
-    test::ExpectSlots(slots, pipe);
 }
 
 // ---- Asking what waits.

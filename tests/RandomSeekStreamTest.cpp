@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "ParameterName.h"
-#include "StreamSlots.h"
 #include "Throws.h"
 
 namespace tovu { namespace util { namespace {
@@ -61,7 +60,6 @@ static_assert(!std::is_abstract<WithTell<WithSeek<WithLockRegion<WithUnlockRegio
 
 static_assert(std::is_base_of<Stream, RandomSeekStream>::value, "");
 static_assert(std::is_convertible<RandomSeekStream*, Stream*>::value, "the base is public");
-static_assert(sizeof(RandomSeekStream) == 2 * sizeof(void*), "one data member behind the table");
 static_assert(std::has_virtual_destructor<RandomSeekStream>::value, "");
 static_assert(!std::is_nothrow_destructible<RandomSeekStream>::value, "the destructor of a stream may throw");
 
@@ -69,7 +67,6 @@ static_assert(std::is_same<decltype(Region::offset), unsigned long long>::value,
 static_assert(std::is_same<decltype(Region::length), unsigned long long>::value, "");
 static_assert(std::is_trivial<Region>::value && std::is_standard_layout<Region>::value,
               "a Region is a plain structure");
-static_assert(sizeof(Region) == 16 && offsetof(Region, offset) == 0 && offsetof(Region, length) == 8, "");
 
 typedef unsigned long long Unsigned;
 static_assert(std::is_same<decltype(&RandomSeekStream::Tell), Unsigned (RandomSeekStream::*)()>::value, "");
@@ -79,35 +76,6 @@ static_assert(
     std::is_same<decltype(&RandomSeekStream::LockRegion), void (RandomSeekStream::*)(Region const&, bool)>::value, "");
 static_assert(std::is_same<decltype(&RandomSeekStream::UnlockRegion), void (RandomSeekStream::*)(Region const&)>::value,
               "");
-
-class NotingFile : public test::NotingSeekStream<RandomSeekStream>
-{
-public:
-    explicit NotingFile(bool swapBytes) : NotingSeekStream(swapBytes) {}
-};
-
-TEST(RandomSeekStreamSlotTest, OperationsOfStreamKeepTheirSlots)
-{
-    NotingFile stream(false);
-    test::ExpectSlots(test::StreamSlots<NotingFile>(), stream);
-}
-
-TEST(RandomSeekStreamSlotTest, ItsOwnOperationsFollow)
-{
-    NotingFile stream(false);
-    test::ExpectSlots(test::SeekStreamSlots<NotingFile>(), stream);
-}
-
-TEST(RandomSeekStreamSlotTest, TheByteOrderFlagStandsBehindTheTable)
-{
-    for (bool const swapBytes : {false, true}) {
-        NotingFile stream(swapBytes);
-        RandomSeekStream const& base = stream;
-        unsigned char flag = 77;
-        std::memcpy(&flag, reinterpret_cast<unsigned char const*>(&base) + sizeof(void*), 1);
-        EXPECT_EQ(swapBytes ? 1 : 0, flag);
-    }
-}
 
 // ---- The operations at an offset.
 

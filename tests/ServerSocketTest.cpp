@@ -24,10 +24,8 @@
 #include "IoctlCalls.h"
 #include "ParameterName.h"
 #include "Sockets.h"
-#include "StreamSlots.h"
 #include "TemporaryDirectory.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 #include "tovu/util/ClientSocket.h"
 
 namespace tovu { namespace util { namespace {
@@ -414,56 +412,9 @@ TEST_F(ServerSocketTest, ForeignExceptionPassesUnchangedAndLosesNoDescriptor)
     EXPECT_TRUE(PassesOutOfMemoryOn([&] { ServerSocket(path, 1, true); }));
 }
 
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // auto_ptr is part of the interface
-
-// A listener that only notes which operations are called.
-class NotingServer : public test::NotingStream<ServerSocket>
-{
-public:
-    using NotingStream::NotingStream;
-
-    void Listen(int /*backlog*/) override { Note("Listen"); }
-    std::auto_ptr<Socket> Accept() override
-    {
-        Note("Accept");
-        return std::auto_ptr<Socket>();
-    }
-
-    static void CallAccept(NotingServer& server, std::size_t slot)
-    {
-        EXPECT_EQ(nullptr, test::CallVirtualSlot<std::auto_ptr<Socket>>(&server, slot).get());
-    }
-};
-
-#pragma GCC diagnostic pop
-
-TEST_F(ServerSocketTest, SlotsAreThoseOfAStreamThenListenAndAccept)
-{
-    std::vector<test::Slot<NotingServer>> slots = test::StreamSlots<NotingServer>();
-    slots.push_back(
-        {8, "Listen", [](NotingServer& server, std::size_t slot) { test::CallVirtualSlot<void>(&server, slot, 1); }});
-    slots.push_back({9, "Accept", &NotingServer::CallAccept});
-    NotingServer server(Path(), 1, true);
-    EXPECT_EQ(std::vector<std::string>(), server.notes);
-    test::ExpectSlots(slots, server);
-}
-
 TEST_F(ServerSocketTest, InheritsTheOperationsOfAStream)
 {
     EXPECT_EQ(test::StreamOperations(Socket(-1)), test::StreamOperations(ServerSocket(Path(), 1, true)));
-}
-
-// A listener that needs no arguments.
-class AnyServer : public ServerSocket
-{
-public:
-    AnyServer() : ServerSocket(Loopback(), 1, true) {}
-};
-
-TEST_F(ServerSocketTest, DestructorsComeFirst)
-{
-    test::ExpectDestructorsInSlots0And1<AnyServer>();
 }
 
 }}}  // namespace tovu::util

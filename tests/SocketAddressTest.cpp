@@ -41,11 +41,7 @@ constexpr std::size_t LOCAL_SIZE = 110;  // a 2-byte family and a 108-byte path
 constexpr std::size_t INET_SIZE = 16;
 constexpr std::size_t LONGEST_PATH = 107;
 
-static_assert(sizeof(Address::Storage) == 112, "a local address, rounded up to the alignment of an IPv4 one");
 static_assert(sizeof(sockaddr_un) == LOCAL_SIZE && sizeof(sockaddr_in) == INET_SIZE, "the system's addresses");
-static_assert(offsetof(Address, address) == 0 && offsetof(Address, length) == sizeof(Address::Storage),
-              "the storage, then the length");
-static_assert(sizeof(Address) == sizeof(Address::Storage) + sizeof(socklen_t), "nothing else");
 static_assert(std::is_same<decltype(Address::length), socklen_t>::value, "as the system counts it");
 static_assert(std::is_same<decltype(Address::Empty), Address const>::value, "a constant");
 static_assert(std::is_trivially_copyable<Address>::value, "a plain value");

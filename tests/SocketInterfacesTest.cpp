@@ -29,28 +29,15 @@
 #include "ParameterName.h"
 #include "Sanitizers.h"
 #include "Sockets.h"
-#include "VirtualSlots.h"
 
 namespace tovu { namespace util { namespace {
 
 using test::CountDescriptors;
 using test::FailureOf;
 using test::GetSocketOption;
-using test::OffsetOf;
 using test::ParameterName;
 using test::SocketFailure;
 
-// What a record holds, member by member.
-struct InterfaceMembers
-{
-    std::string name;
-    std::string ipAddress;
-    bool isUp;
-    std::string broadcastAddress;
-    std::string destinationAddress;
-};
-
-static_assert(sizeof(Socket::InterfaceInfo) == sizeof(InterfaceMembers), "the five fields");
 static_assert(std::is_copy_constructible<Socket::InterfaceInfo>::value &&
                   std::is_copy_assignable<Socket::InterfaceInfo>::value,
               "a value");
@@ -76,17 +63,6 @@ void ExpectInterfaces(Interfaces const& expected, Interfaces const& interfaces)
 {
     EXPECT_EQ(expected.size(), interfaces.size());
     EXPECT_TRUE(std::equal(expected.begin(), expected.end(), interfaces.begin(), interfaces.end(), &IsSame));
-}
-
-TEST(InterfaceInfoTest, FieldsStandInOrder)
-{
-    Socket::InterfaceInfo const interface;
-    InterfaceMembers const members = {};
-    EXPECT_EQ(OffsetOf(members, members.name), OffsetOf(interface, interface.name));
-    EXPECT_EQ(OffsetOf(members, members.ipAddress), OffsetOf(interface, interface.ipAddress));
-    EXPECT_EQ(OffsetOf(members, members.isUp), OffsetOf(interface, interface.isUp));
-    EXPECT_EQ(OffsetOf(members, members.broadcastAddress), OffsetOf(interface, interface.broadcastAddress));
-    EXPECT_EQ(OffsetOf(members, members.destinationAddress), OffsetOf(interface, interface.destinationAddress));
 }
 
 TEST(InterfaceInfoTest, StartsEmptyAndDown)

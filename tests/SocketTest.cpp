@@ -27,13 +27,12 @@
 #include "LogLines.h"
 #include "ParameterName.h"
 #include "PipePair.h"
+#include "PrivateMember.h"
 #include "Sockets.h"
-#include "StreamSlots.h"
 #include "TakenAway.h"
 #include "TemporaryDirectory.h"
 #include "ThrowingClose.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 #include "tovu/util/LoggerMgr.h"
 
 namespace tovu { namespace util { namespace {
@@ -57,19 +56,6 @@ CFunction<int(int, int, int, void*, socklen_t*)> getsockoptCall("getsockopt");
 CFunction<int(int, int, int, void const*, socklen_t)> setsockoptCall("setsockopt");
 CFunction<int(char*, std::size_t)> gethostnameCall("gethostname");
 
-// What the objects hold, member by member.
-struct SocketMembers
-{
-    void* table;
-    int descriptor;
-};
-
-struct GuardMembers
-{
-    SocketMembers view;
-    bool wasBlocking;
-};
-
 static_assert(std::is_base_of<Stream, Socket>::value && std::is_base_of<Socket, TenantSocket>::value, "streams");
 static_assert(!std::is_copy_constructible<Socket>::value && !std::is_copy_assignable<Socket>::value, "one owner");
 static_assert(!std::is_copy_constructible<TenantSocket>::value && !std::is_copy_assignable<TenantSocket>::value,
@@ -81,39 +67,8 @@ static_assert(std::is_nothrow_destructible<Socket>::value && std::is_nothrow_des
                   std::is_nothrow_destructible<SetSocketNonBlocking>::value,
               "destructors never throw");
 static_assert(!std::is_polymorphic<SetSocketNonBlocking>::value, "a plain guard");
-static_assert(sizeof(Socket) == sizeof(SocketMembers) && sizeof(TenantSocket) == sizeof(SocketMembers),
-              "the descriptor and nothing else");
-static_assert(sizeof(SetSocketNonBlocking) == sizeof(GuardMembers), "the view, then the mode");
 
-TEST(SocketLayoutTest, DescriptorFollowsTheTable)
-{
-    Socket const socket(AF_LOCAL, SOCK_STREAM, 0);
-    SocketMembers members;
-    std::memcpy(&members, static_cast<void const*>(&socket), sizeof(members));
-    EXPECT_EQ(socket.GetDescriptor(), members.descriptor);
-}
-
-TEST(SocketLayoutTest, SlotsAreThoseOfAStream)
-{
-    test::NotingStream<Socket> socket(-1);
-    test::ExpectSlots(test::StreamSlots<test::NotingStream<Socket>>(), socket);
-}
-
-// A socket that owns no descriptor, or views none.
-template <typename Base>
-class Closed : public Base
-{
-public:
-    Closed() : Base(-1) {}
-};
-
-TEST(SocketLayoutTest, DestructorsComeFirst)
-{
-    test::ExpectDestructorsInSlots0And1<Closed<Socket>>();
-    test::ExpectDestructorsInSlots0And1<Closed<TenantSocket>>();
-}
-
-TEST(SocketLayoutTest, TenantSocketInheritsEveryOperation)
+TEST(TenantSocketTest, InheritsEveryOperation)
 {
     EXPECT_EQ(test::StreamOperations(Socket(-1)), test::StreamOperations(TenantSocket(-1)));
 }
@@ -1021,14 +976,15 @@ TEST_F(SetSocketNonBlockingTest, LeavesTheDescriptorOpen)
     }
 }
 
-TEST_F(SetSocketNonBlockingTest, HoldsTheViewThenTheMode)
+TOVU_PRIVATE_MEMBER(GuardView, TenantSocket, SetSocketNonBlocking, view_);
+TOVU_PRIVATE_MEMBER(GuardMode, bool, SetSocketNonBlocking, wasBlocking_);
+
+TEST_F(SetSocketNonBlockingTest, KeepsAViewAndTheMode)
 {
     socket_.SetBlocking(false);
     Guard();
-    GuardMembers members;
-    std::memcpy(&members, static_cast<void const*>(guard_.get()), sizeof(members));
-    EXPECT_EQ(socket_.GetDescriptor(), members.view.descriptor);
-    EXPECT_TRUE(members.wasBlocking);
+    EXPECT_EQ(socket_.GetDescriptor(), GuardView::Of(*guard_).GetDescriptor());
+    EXPECT_TRUE(GuardMode::Of(*guard_));
 }
 
 TEST_F(SetSocketNonBlockingTest, ThrowsForAClosedSocket)

@@ -36,7 +36,6 @@
 #include "StatusSmallVolume.h"
 #include "StatusVolumes.h"
 #include "TemporaryDirectory.h"
-#include "VirtualSlots.h"
 #include "tovu/db/DB.h"
 
 namespace tovu { namespace util { namespace {
@@ -93,7 +92,7 @@ static_assert(std::is_same<decltype(&db::DB::NotifyAction), void (db::DB::*)(Tex
 class StatusParamsTest : public test::StatusFixture
 {};
 
-// ---- Words and layout.
+// ---- Words and defaults.
 
 TEST_F(StatusParamsTest, WordsAreFixed)
 {
@@ -102,14 +101,6 @@ TEST_F(StatusParamsTest, WordsAreFixed)
     EXPECT_STREQ("out of memory", StatusParams::STATUS_MEM);
     EXPECT_STREQ("idle", StatusParams::ACTION_IDLE);
     EXPECT_STREQ("stalled", StatusParams::ACTION_STALLED);
-}
-
-TEST_F(StatusParamsTest, DiskInfoHoldsTheActionThenTheStatus)
-{
-    static_assert(sizeof(DiskInfo) == 2 * sizeof(std::string), "no other fields");
-    DiskInfo const info;
-    EXPECT_EQ(0u, test::OffsetOf(info, info.action));
-    EXPECT_EQ(sizeof(std::string), test::OffsetOf(info, info.status));
 }
 
 TEST_F(StatusParamsTest, InitDiskInfoStructSetsTheDefaults)

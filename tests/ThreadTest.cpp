@@ -19,8 +19,8 @@
 #include "ChildProcess.h"
 #include "Latch.h"
 #include "NoThreads.h"
+#include "PrivateMember.h"
 #include "Sanitizers.h"
-#include "VirtualSlots.h"
 
 namespace tovu { namespace util { namespace {
 
@@ -413,19 +413,11 @@ TEST_F(ThreadTest, EntryPointRunsTheObjectOnTheCallingThreadAndReturnsNull)
     EXPECT_EQ(caller, runner);
 }
 
-// The members, in their order.
-struct ThreadLayout
-{
-    virtual ~ThreadLayout() = default;
+TOVU_PRIVATE_MEMBER(Handle, pthread_t, Thread, handle_);
+TOVU_PRIVATE_MEMBER(Priority, int, Thread, priority_);
 
-    pthread_t handle;
-    int priority;
-};
-static_assert(sizeof(Thread) == sizeof(ThreadLayout), "no other members");
-
-TEST_F(ThreadTest, HoldsTheHandleThenThePriority)
+TEST_F(ThreadTest, KeepsTheHandleAndThePriority)
 {
-    ThreadLayout const layout = {};
     pthread_t self = {};
     Latch created;
     FunctionThread thread([&] {
@@ -435,31 +427,14 @@ TEST_F(ThreadTest, HoldsTheHandleThenThePriority)
     ASSERT_EQ(0, thread.Create(7, 0, false));
     created.Arrive();
     ASSERT_EQ(0, thread.Wait());
-    EXPECT_EQ(self, test::MemberAt<pthread_t>(thread, test::OffsetOf(layout, layout.handle)));
-    EXPECT_EQ(7, test::MemberAt<int>(thread, test::OffsetOf(layout, layout.priority)));
+    EXPECT_EQ(self, Handle::Of(thread));
+    EXPECT_EQ(7, Priority::Of(thread));
 }
 
 TEST_F(ThreadTest, HandleStartsZeroed)
 {
-    ThreadLayout const layout = {};
     FunctionThread const thread([] {});
-    EXPECT_EQ(pthread_t(), test::MemberAt<pthread_t>(thread, test::OffsetOf(layout, layout.handle)));
-}
-
-class CountingThread : public FunctionThread
-{
-public:
-    CountingThread() : FunctionThread([] {}) {}
-};
-
-TEST_F(ThreadTest, DestructorsAndRunStandInTheVirtualTable)
-{
-    bool ran = false;
-    FunctionThread thread([&] { ran = true; });
-    test::ExpectDestructorsInSlots0And1<CountingThread>();
-    test::CallVirtualSlot<void>(&thread, 2);
-    EXPECT_TRUE(ran);
-    EXPECT_EQ(3, test::CallVirtualSlot<int>(&thread, 3)) << "Thread itself has no further virtual operation";
+    EXPECT_EQ(pthread_t(), Handle::Of(thread));
 }
 
 }}}  // namespace tovu::util

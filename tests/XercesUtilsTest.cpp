@@ -31,7 +31,6 @@
 #include "ParameterName.h"
 #include "ParserMemory.h"
 #include "Throws.h"
-#include "VirtualSlots.h"
 
 namespace {
 
@@ -78,7 +77,6 @@ XERCES_CPP_NAMESPACE_END
 
 namespace tovu { namespace util { namespace {
 
-using test::CallVirtualSlot;
 using test::ParserMemory;
 using test::Thrown;
 
@@ -732,37 +730,6 @@ TEST_F(HandlerInAParserTest, ServesTheNextDocumentAfterAnError)
     Thrown([&] { Parse("<broken", handler_); });
     Parse("<good/>", handler_);
     EXPECT_EQ("good", RootName());
-}
-
-// Tells which operation was called.
-class TellingHandler : public XercesErrorHandler
-{
-public:
-    explicit TellingHandler(std::string& told) : told_(told) {}
-
-    void warning(xercesc::SAXParseException const& /*exception*/) override { told_ += "warning "; }
-    void error(xercesc::SAXParseException const& /*exception*/) override { told_ += "error "; }
-    void fatalError(xercesc::SAXParseException const& /*exception*/) override { told_ += "fatalError "; }
-    void resetErrors() override { told_ += "resetErrors "; }
-
-private:
-    std::string& told_;
-};
-
-TEST(XercesErrorHandlerSlotsTest, TheOperationsKeepTheirOrder)
-{
-    std::string told;
-    TellingHandler handler(told);
-    xercesc::SAXParseException const cause(Wide("m").data(), nullptr, nullptr, 1, 1);
-    for (std::size_t const slot : {2, 3, 4})
-        CallVirtualSlot<void>(&handler, slot, &cause);
-    CallVirtualSlot<void>(&handler, 5);
-    EXPECT_EQ("warning error fatalError resetErrors ", told);
-}
-
-TEST(XercesErrorHandlerSlotsTest, TheFirstTwoAreTheDestructors)
-{
-    test::ExpectDestructorsInSlots0And1<XercesErrorHandler>();
 }
 
 TEST(XercesErrorHandlerThreadsTest, ParsersOnManyThreadsShareOneHandler)

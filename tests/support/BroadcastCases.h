@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstddef>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -21,30 +20,12 @@
 #include "FailingAllocation.h"
 #include "IoctlCalls.h"
 #include "LogLines.h"
-#include "StreamSlots.h"
-#include "VirtualSlots.h"
 #include "tovu/util/BroadcastSocket.h"
 
 // What BroadcastSocket and the two classes that derive from it promise in the same words. Each one's test instantiates
 // the cases.
 
 namespace tovu { namespace test {
-
-/// One that needs no arguments.
-template <typename Class>
-class AnyBroadcastSocket : public Class
-{
-public:
-    AnyBroadcastSocket() : Class(Loopback(), true) {}
-};
-
-/// One that notes which operations are called, with an operation of its own behind the others.
-template <typename Class>
-class NotingBroadcastSocket : public NotingStream<AnyBroadcastSocket<Class>>
-{
-public:
-    virtual void Added() { this->Note("Added"); }
-};
 
 /// One that shows the address that it keeps.
 template <typename Class>
@@ -61,7 +42,6 @@ class BroadcastCases : public testing::Test
     DescriptorCensus const census_;
 
     static_assert(std::is_base_of<util::Socket, Class>::value, "a socket");
-    static_assert(sizeof(Class) == sizeof(util::BroadcastSocket), "the address is all that is added to a socket");
     static_assert(!std::is_copy_constructible<Class>::value && !std::is_copy_assignable<Class>::value, "one owner");
     static_assert(std::is_nothrow_destructible<Class>::value, "destructors never throw");
 };
@@ -88,19 +68,6 @@ TYPED_TEST_P(BroadcastCases, KeepsAWholeCopyOfItsAddress)
     address = util::Socket::Address::Empty;
     EXPECT_EQ(before.length, socket.GetAddress().length);
     EXPECT_EQ(0, std::memcmp(&before.address, &socket.GetAddress().address, sizeof(before.address)));
-}
-
-TYPED_TEST_P(BroadcastCases, TheAddressFollowsTheDescriptor)
-{
-    struct Layout
-    {
-        void* table;
-        int descriptor;
-        util::Socket::Address address;
-    };
-    static_assert(sizeof(util::BroadcastSocket) == sizeof(Layout), "nothing else");
-    ShowingBroadcastSocket<TypeParam> const socket(Loopback(), true);
-    EXPECT_EQ(offsetof(Layout, address), OffsetOf(socket, socket.GetAddress()));
 }
 
 TYPED_TEST_P(BroadcastCases, BlockingSocketIsInBlockingMode)
@@ -138,21 +105,6 @@ TYPED_TEST_P(BroadcastCases, CreationIsOutsideTheTrail)
     });
 }
 
-TYPED_TEST_P(BroadcastCases, SlotsAreThoseOfAStreamAndNoneFollow)
-{
-    using Noting = NotingBroadcastSocket<TypeParam>;
-    std::vector<Slot<Noting>> slots = StreamSlots<Noting>();
-    slots.push_back({8, "Added", [](Noting& socket, std::size_t slot) { CallVirtualSlot<void>(&socket, slot); }});
-    Noting socket;
-    EXPECT_EQ(std::vector<std::string>(), socket.notes);
-    ExpectSlots(slots, socket);
-}
-
-TYPED_TEST_P(BroadcastCases, DestructorsComeFirst)
-{
-    ExpectDestructorsInSlots0And1<AnyBroadcastSocket<TypeParam>>();
-}
-
 TYPED_TEST_P(BroadcastCases, DestructorClosesTheDescriptor)
 {
     std::unique_ptr<TypeParam> socket(new TypeParam(Loopback(), true));
@@ -175,10 +127,9 @@ TYPED_TEST_P(BroadcastCases, DestructorLogsAFailedClose)
 }
 
 REGISTER_TYPED_TEST_SUITE_P(BroadcastCases, IsADatagramSocketOfTheAddressesFamily, KeepsAWholeCopyOfItsAddress,
-                            TheAddressFollowsTheDescriptor, BlockingSocketIsInBlockingMode,
-                            OtherSocketIsInNonBlockingMode, FailureToSetTheModeCarriesTheBaseClassOnly,
+                            BlockingSocketIsInBlockingMode, OtherSocketIsInNonBlockingMode,
+                            FailureToSetTheModeCarriesTheBaseClassOnly,
                             ForeignExceptionFromSettingTheModePassesUnchanged, CreationIsOutsideTheTrail,
-                            SlotsAreThoseOfAStreamAndNoneFollow, DestructorsComeFirst, DestructorClosesTheDescriptor,
-                            DestructorLogsAFailedClose);
+                            DestructorClosesTheDescriptor, DestructorLogsAFailedClose);
 
 }}  // namespace tovu::test

@@ -4,7 +4,10 @@
 
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <new>
+#include <string>
+#include <vector>
 
 namespace tovu { namespace test {
 
@@ -68,19 +71,58 @@ void ExpectDestructorsInSlots0And1()
     EXPECT_EQ(1u, Counted::counts.freed);
 }
 
-/// Where a member stands in its object, in bytes.
-template <typename Object, typename Member>
-std::size_t OffsetOf(Object const& object, Member const& member)
+/// A `Base` that can note which operations are called, with an operation behind all of its base's.
+template <typename Base>
+class Noting : public Base
 {
-    return static_cast<std::size_t>(reinterpret_cast<unsigned char const*>(&member) -
-                                    reinterpret_cast<unsigned char const*>(&object));
+public:
+    using Base::Base;
+
+    virtual void Added() { Note("Added"); }
+
+    mutable std::vector<std::string> notes;
+
+protected:
+    bool Note(char const* operation) const
+    {
+        notes.push_back(operation);
+        return false;
+    }
+};
+
+/// An operation, and a call of the slot that it is expected in.
+struct Slot
+{
+    char const* operation;
+    std::function<void(void* object, std::size_t number)> call;
+};
+
+/// What stands for an argument that is taken by reference and not looked at.
+constexpr void const* ANY = nullptr;
+
+template <typename Result, typename... Arguments>
+Slot SlotOf(char const* operation, Arguments... arguments)
+{
+    return {operation,
+            [=](void* object, std::size_t number) { CallVirtualSlot<Result>(object, number, arguments...); }};
 }
 
-/// The member that stands at an offset.
-template <typename Member, typename Object>
-Member const& MemberAt(Object const& object, std::size_t offset)
+/// Expects the destructors, then the operations in this order, and nothing behind them. `Class` is a Noting of the class
+/// in question that overrides each of them, and needs no arguments.
+template <typename Class>
+void ExpectSlots(std::vector<Slot> slots)
 {
-    return *reinterpret_cast<Member const*>(reinterpret_cast<unsigned char const*>(&object) + offset);
+    ExpectDestructorsInSlots0And1<Class>();
+
+    Class object;
+    std::size_t number = 2;
+    slots.push_back(SlotOf<void>("Added"));
+    for (Slot const& slot : slots) {
+        object.notes.clear();
+        slot.call(&object, number);
+        EXPECT_EQ(std::vector<std::string>{slot.operation}, object.notes) << "in slot " << number;
+        ++number;
+    }
 }
 
 }}  // namespace tovu::test
