@@ -12,8 +12,9 @@ using namespace tovu::util;
 
 class PrintNames : public MessageProcessor
 {
-    bool IsValidMessage(std::string const&) const override { return true; }
-    void HandleMessage(Stream&, unsigned char const*, unsigned, xercesc::DOMNode const& element) const override
+    bool IsValidMessage(std::string const& /*name*/) const override { return true; }
+    void HandleMessage(Stream& /*stream*/, unsigned char const* /*bytes*/, unsigned /*length*/,
+                       xercesc::DOMNode const& element) const override
     {
         std::printf("%s\n", XMLCh2string(element.getNodeName()).c_str());
     }

@@ -41,6 +41,7 @@
 #include "PipePair.h"
 #include "PrivateMember.h"
 #include "QueuedLog.h"
+#include "Sanitizers.h"
 #include "TemporaryDirectory.h"
 #include "tovu/util/LoggerMgr.h"
 
@@ -226,7 +227,7 @@ TEST_F(ChildProcessTest, SpawnForgetsAChildThatWasNotWaitedFor)
 
 TEST_F(ChildProcessTest, DestructorNeitherEndsNorWaitsForTheChild)
 {
-    std::unique_ptr<ChildProcess> process(new Waiting);
+    std::unique_ptr<Waiting> process(new Waiting);
     pid_t const child = process->Spawn();
     process.reset();
     EXPECT_EQ(SIGUSR1, EndForgotten(child));
@@ -306,6 +307,9 @@ TEST_F(ChildProcessTest, FileThatMayNotBeExecutedHasItsErrorAsTheStatus)
 
 TEST_F(ChildProcessTest, ArgumentThatIsTooLongHasItsErrorAsTheStatus)
 {
+    if (test::RunsUnderMemcheck())
+        GTEST_SKIP() << "memcheck does not survive an exec that the system refuses late";
+
     Shell process(std::string(100u << 20, ':'));
     EXPECT_EQ(ChildProcess::RESULT_FAILURE, process.Exec());
     EXPECT_EQ(E2BIG, process.GetStatus());
@@ -403,6 +407,9 @@ TEST_F(ChildProcessTest, BackslashSeparatesTheNameOfAProgramWithoutSlashes)
 
 TEST_F(ChildProcessTest, EnvironmentIsInheritedWhenNoVariableIsAdded)
 {
+    if (test::RunsUnderMemcheck())
+        GTEST_SKIP() << "memcheck takes its own variables from what a program inherits";
+
     EnvironmentVariable const variable("TOVU_TEST_VARIABLE", "inherited = yes");
     Lines own;
     for (char* const* entry = environ; *entry != nullptr; ++entry)
@@ -535,6 +542,8 @@ protected:
     void SetUp() override
     {
         ChildProcessTest::SetUp();
+        if (test::RunsUnderMemcheck())
+            GTEST_SKIP() << "memcheck itself would find no address space";
         if (!KeepsLimits())
             GTEST_SKIP() << "the limit of an address space is not kept here";
     }
@@ -824,6 +833,9 @@ void AllowNoMoreProcesses()
 
 TEST_F(ChildProcessTest, FailedForkIsLoggedAtLine103)
 {
+    if (test::RunsUnderMemcheck())
+        GTEST_SKIP() << "memcheck does not survive a fork that fails";
+
     ExpectLogged(LoggerMgr::LEVEL_ERROR, [] {
         AllowNoMoreProcesses();
         Shell process("exit 7");
@@ -874,6 +886,9 @@ TEST_F(ControlGroupTest, FailuresInTheChildAreQuietBelowTheThreshold)
 
 TEST_F(ChildProcessTest, FailedForkIsQuietBelowTheThreshold)
 {
+    if (test::RunsUnderMemcheck())
+        GTEST_SKIP() << "memcheck does not survive a fork that fails";
+
     ExpectLogged(0, [] {
         AllowNoMoreProcesses();
         EXPECT_EQ(-1, Shell("exit 7").Spawn());
@@ -975,12 +990,14 @@ void AllowMoreDescriptors(unsigned count)
         ends.push_back(last = dup(STDOUT_FILENO));
     for (int const descriptor : ends)
         close(descriptor);
-    rlimit const limit = {static_cast<rlim_t>(last + 1), static_cast<rlim_t>(last + 1)};
-    ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
+    test::ForbidDescriptorsFrom(last + 1);
 }
 
 TEST_F(ChildProcessTest, PipesThatCannotBeMadeAreLoggedAtLines250And254And258)
 {
+    if (test::RunsUnderMemcheck())
+        GTEST_SKIP() << "memcheck has made a pipe already when it refuses it";
+
     ExpectLogged(LoggerMgr::LEVEL_ERROR, [] {
         AllowMoreDescriptors(0);
         StdIO const pipes;
@@ -994,6 +1011,9 @@ TEST_F(ChildProcessTest, PipesThatCannotBeMadeAreLoggedAtLines250And254And258)
 
 TEST_F(ChildProcessTest, PipesAreMadeAsLongAsThereAreDescriptors)
 {
+    if (test::RunsUnderMemcheck())
+        GTEST_SKIP() << "memcheck has made a pipe already when it refuses it";
+
     ExpectLogged(LoggerMgr::LEVEL_ERROR, [] {
         AllowMoreDescriptors(3);
         StdIO const pipes;

@@ -669,7 +669,7 @@ TEST(SocketAddressTest, NetworksComeFromTheSystem)
             test::SkipFromChild("this machine gives a process no mounts and network of its own");
         test::TemporaryDirectory const folder;
         test::WriteFile(folder / "networks", "storage 10.20.30.0\n");
-        if (mount((folder / "networks").c_str(), "/etc/networks", nullptr, MS_BIND, nullptr) == -1)
+        if (mount((folder / "networks").c_str(), "/etc/networks", "none", MS_BIND, nullptr) == -1)
             test::SkipFromChild("this machine has no /etc/networks to put a file over");
 
         EXPECT_EQ("10.20.30.7", MakeInNetwork("storage", 7).AddrToString());

@@ -12,7 +12,7 @@
 namespace volume {
 
 /// The programs that clients may run, each by its name: the program's path and its arguments.
-typedef std::map<std::string, std::vector<std::string>> JobPrograms;
+using JobPrograms = std::map<std::string, std::vector<std::string>>;
 
 /// What became of a job.
 struct JobOutcome

@@ -110,6 +110,7 @@ void Server::Stop() noexcept
 
 std::unique_ptr<Socket> Server::Accept(ServerSocket& listener)
 {
+    // cppcheck-suppress unreadVariable ; holds the lock
     std::unique_lock<std::mutex> const noSpawns = service_.HoldSpawns();
     std::unique_ptr<Socket> socket(listener.Accept());
     CloseOnExec(socket->GetDescriptor());

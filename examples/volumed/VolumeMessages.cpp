@@ -21,7 +21,7 @@ namespace {
 
 constexpr char const* SEND = "Send";
 
-Socket const& ToSocket(Stream& stream)
+Socket const& ToSocket(Stream const& stream)
 {
     return dynamic_cast<Socket const&>(stream);
 }

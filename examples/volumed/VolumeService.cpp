@@ -84,6 +84,7 @@ std::string MakeGuid(DOMNode const& element)
 void RequirePrograms(JobPrograms const& programs)
 {
     for (auto const& program : programs) {
+        // cppcheck-suppress useStlAlgorithm ; the first that cannot be run is also named
         if (access(program.second.front().c_str(), X_OK) == -1)
             throw std::runtime_error("the program of job " + program.first +
                                      " cannot be run: " + program.second.front());

@@ -107,7 +107,7 @@ LastLineLogger& StartLogging(Options const& options)
     AddLogger(std::move(last));
 
     LoggerMgr::Instance().Init("volumed", options.logLevel, LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION, 0);
-    return result;
+    return result;  // cppcheck-suppress returnReference ; the manager keeps it
 }
 
 // \return The exit status: a service that fails while it runs says so in the log.

@@ -61,7 +61,7 @@ void SetEntry(Directory::Entry& entry, std::string const& name, internal::FileSt
 // A `long` holds more than 32 bits on some builds; what does not fit is cut to the nearest date on all of them.
 std::int32_t ParseDate(std::string const& text)
 {
-    typedef std::numeric_limits<std::int32_t> Limits;
+    using Limits = std::numeric_limits<std::int32_t>;
     long const seconds = std::strtol(text.c_str(), nullptr, 10);
     return static_cast<std::int32_t>(std::min<long>(std::max<long>(seconds, Limits::min()), Limits::max()));
 }

@@ -13,7 +13,7 @@ namespace tovu { namespace util {
 FileHandleStream::~FileHandleStream() noexcept
 {
     try {
-        Close();
+        FileHandleStream::Close();
     } catch (...) {
         internal::LogDestructorFailure(__FILE__, __LINE__);
     }
@@ -23,7 +23,7 @@ FileHandleStream::~FileHandleStream() noexcept
 // Nothing is flushed: whoever needs the bytes on the device calls Flush before.
 void FileHandleStream::Close()
 {
-    if (!IsOpen())
+    if (!IsOpen())  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall): a destructor means its own class's
         return;
     if (close(descriptor_) == -1)
         throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));

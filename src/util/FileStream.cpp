@@ -18,7 +18,7 @@ void FileStream::Open(std::string const& path, std::string const& mode)
 
 void FileStream::Close()
 {
-    if (IsOpen()) {
+    if (IsOpen()) {  // NOLINT(clang-analyzer-optin.cplusplus.VirtualCall): a destructor means its own class's
         if (std::fclose(file_) != 0)
             throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));
         file_ = nullptr;
@@ -65,7 +65,7 @@ int FileStream::Read(void* buffer, unsigned int length)
 // device is not to be passed over in silence.
 FileStream::~FileStream() noexcept(false)  // NOLINT(bugprone-exception-escape): that is what it is for
 {
-    Close();
+    FileStream::Close();
 }
 
 // The buffer serves one direction at a time: a file opened for both needs a Seek, or after a write a Flush, in between.

@@ -14,7 +14,7 @@ static_assert(sizeof(off_t) == 8 && sizeof(fsblkcnt_t) == 8, "compiled with 64-b
 
 std::int32_t Date(long long seconds)
 {
-    typedef std::numeric_limits<std::int32_t> Limits;
+    using Limits = std::numeric_limits<std::int32_t>;
     return static_cast<std::int32_t>(std::min<long long>(std::max<long long>(seconds, Limits::min()), Limits::max()));
 }
 
@@ -46,6 +46,7 @@ bool QueryLink(std::string const& path, FileStatus& status)
 
 char const* NextName(DIR* folder)
 {
+    // cppcheck-suppress readdirCalled ; one thread for each open folder, and readdir_r is given up
     dirent const* const item = readdir(folder);  // NOLINT(concurrency-mt-unsafe): one thread for each open folder
     return item != nullptr ? item->d_name : nullptr;
 }

@@ -55,7 +55,7 @@ std::string FormatGrowing(char* buffer, std::size_t size, char const* format, va
 
 }  // namespace internal
 
-std::string FormatString(char const* format, ...)
+std::string FormatString(char const* format, ...)  // NOLINT(cert-dcl50-cpp): that is what it is for
 {
     va_list arguments;
     va_start(arguments, format);

@@ -120,6 +120,7 @@ void LoggerMgr::AddLogger(std::auto_ptr<Logger> logger)
 }
 #pragma GCC diagnostic pop
 
+// NOLINTNEXTLINE(cert-dcl50-cpp): the text is made as printf makes it
 void LoggerMgr::Log(unsigned level, char const* file, unsigned line, char const* format, ...)
 {
     boost::unique_lock<boost::mutex> lock(mutex_);

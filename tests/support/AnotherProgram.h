@@ -19,7 +19,7 @@ inline void ExpectPassesInAnotherProgram()
 {
     testing::TestInfo const& test = *testing::UnitTest::GetInstance()->current_test_info();
     std::string const filter = std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name();
-    // Its own name for it, which an emulator gives as well: in "/proc/self/exe" the kernel would find the emulator.
+    // Its own name for it, which an emulator and memcheck give as well: in "/proc/self/exe" the kernel would find those.
     char program[PATH_MAX] = "";
     ASSERT_LT(0, readlink("/proc/self/exe", program, sizeof(program) - 1));
     if (!CanStart(program))

@@ -64,7 +64,7 @@ bool WriteFile(char const* path, std::string const& text)
 // In a chroot "/" is no mount point, so each mount that can be seen is taken by itself.
 bool MakeMountsPrivate()
 {
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0)
+    if (mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0)
         return true;
 
     FILE* const mounts = setmntent("/proc/self/mounts", "r");
@@ -72,7 +72,7 @@ bool MakeMountsPrivate()
         return false;
     bool done = true;
     while (mntent const* const entry = getmntent(mounts))
-        done = mount("none", entry->mnt_dir, nullptr, MS_PRIVATE, nullptr) == 0 && done;
+        done = mount("none", entry->mnt_dir, "none", MS_PRIVATE, nullptr) == 0 && done;
     endmntent(mounts);
     return done;
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -26,6 +28,19 @@ class Waiting : public util::ChildProcess
 {
 public:
     Waiting() : ChildProcess(CHILD_PROGRAM, false) { AddArgument("wait"); }
+
+    /// Comes back once the child has become its program: a signal before that may meet whatever runs this one.
+    int Spawn()
+    {
+        int ends[2];
+        EXPECT_EQ(0, pipe2(ends, O_CLOEXEC));
+        int const child = ChildProcess::Spawn();
+        close(ends[1]);
+        char none = 0;
+        EXPECT_EQ(0, read(ends[0], &none, 1));
+        close(ends[0]);
+        return child;
+    }
 };
 
 /// Ends a child that its object has forgotten, and returns the signal that really ended it.

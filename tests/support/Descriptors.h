@@ -2,6 +2,8 @@
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <cstddef>
 
@@ -22,6 +24,15 @@ inline std::size_t CountDescriptors()
         ++count;
     closedir(folder);
     return count;
+}
+
+/// Lets this process, a child, open no descriptor from `first` on. What is open stays so.
+inline void ForbidDescriptorsFrom(int first)
+{
+    rlimit limit = {};
+    EXPECT_EQ(0, getrlimit(RLIMIT_NOFILE, &limit));
+    limit.rlim_cur = static_cast<rlim_t>(first);
+    EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &limit));
 }
 
 }}  // namespace tovu::test

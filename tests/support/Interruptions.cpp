@@ -13,6 +13,13 @@ void CountSignal(int /*signal*/)
     ++count;
 }
 
+void HandleWith(void (*handler)(int))
+{
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    EXPECT_EQ(0, sigaction(SIGALRM, &action, nullptr));
+}
+
 void SetTimer(long microseconds)
 {
     itimerval timer = {};
@@ -23,23 +30,20 @@ void SetTimer(long microseconds)
 
 }  // namespace
 
-Interruptions::Interruptions(long microseconds) : before_()
+Interruptions::Interruptions(long microseconds)
 {
     count = 0;
-    struct sigaction action = {};
-    action.sa_handler = &CountSignal;
-    EXPECT_EQ(0, sigaction(SIGALRM, &action, &before_));
+    HandleWith(&CountSignal);
     SetTimer(microseconds);
 }
 
 Interruptions::~Interruptions()
 {
     SetTimer(0);
-    // A signal that is still on its way must not meet the default action, which ends the process.
-    struct sigaction ignore = {};
-    ignore.sa_handler = SIG_IGN;
-    EXPECT_EQ(0, sigaction(SIGALRM, &ignore, nullptr));
-    EXPECT_EQ(0, sigaction(SIGALRM, &before_, nullptr));
+    HandleWith(SIG_IGN);  // forgets a signal that is still on its way
+    // A thread that was chosen already may take its signal later yet, when it runs again. The handler stays for that: the
+    // default action would end the process.
+    HandleWith(&CountSignal);
 }
 
 unsigned Interruptions::Count()

@@ -19,9 +19,6 @@ public:
 
     /// How many signals have come so far.
     static unsigned Count();
-
-private:
-    struct sigaction before_;
 };
 
 }}  // namespace tovu::test

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstdlib>
+#include <cstring>
+
 namespace tovu { namespace test {
 
 #if defined(__has_feature)
@@ -25,5 +28,13 @@ constexpr bool THREADS_ARE_WATCHED = false;
 #endif
 
 #undef TOVU_TEST_HAS_FEATURE
+
+/// True while memcheck runs the program, on a processor of its own making that keeps signals, limits and what becomes of
+/// a process in its own books. It preloads a library of its name.
+inline bool RunsUnderMemcheck()
+{
+    char const* const preloaded = std::getenv("LD_PRELOAD");
+    return preloaded != nullptr && std::strstr(preloaded, "/vgpreload") != nullptr;
+}
 
 }}  // namespace tovu::test

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -13,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Descriptors.h"
 #include "Latch.h"
 #include "Throws.h"
 #include "tovu/util/Socket.h"
@@ -134,8 +134,7 @@ inline std::vector<void const*> StreamOperations(util::Stream const& stream)
 inline void AllowNoMoreDescriptors()
 {
     EXPECT_EQ(SocketFailure(EAFNOSUPPORT), FailureOf([] { util::Socket(-1, SOCK_STREAM, 0); }));
-    rlimit const none = {0, 0};
-    EXPECT_EQ(0, setrlimit(RLIMIT_NOFILE, &none));
+    ForbidDescriptorsFrom(0);
 }
 
 }}  // namespace tovu::test

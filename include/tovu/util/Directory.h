@@ -58,11 +58,13 @@ private:
     std::string path_;
     DIR* stream_ = nullptr;  // null when closed
 
+    // NOLINTBEGIN(misc-non-private-member-variables-in-classes): the interface has them beside operations
 public:
     std::int32_t lastStatusDate;    ///< Of the folder itself, like the other two: as in Entry, -1 when it could not be
                                     ///< examined.
     std::int32_t lastAccessedDate;  ///< The last access.
     std::int32_t lastModifiedDate;  ///< The last modification.
+    // NOLINTEND(misc-non-private-member-variables-in-classes)
 };
 
 /// One item of a folder: a plain value that travels as an XML element.

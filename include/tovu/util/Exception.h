@@ -59,7 +59,7 @@ public:
     static std::string FromErrorCode(int code);
 
     /// The trail: the throw site at index 0, then each place that passed the exception on, in that order.
-    std::vector<Location> locations;
+    std::vector<Location> locations;  // NOLINT(misc-non-private-member-variables-in-classes): callers append to it
 
 private:
     std::string message_;

@@ -38,7 +38,7 @@ class MessageProcessor
 {
 public:
     /// Bytes and how many of them there are.
-    typedef std::pair<unsigned char const*, unsigned> ByteSpan;
+    typedef std::pair<unsigned char const*, unsigned> ByteSpan;  // NOLINT(modernize-use-using): as users spell it
 
     MessageProcessor();
     MessageProcessor(MessageProcessor const&) = default;
