@@ -40,3 +40,11 @@ if(TOVUUTIL_SANITIZE)
         "-fsanitize=${TOVUUTIL_SANITIZE}" -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_link_options(tovuutil_flags INTERFACE "-fsanitize=${TOVUUTIL_SANITIZE}")
 endif()
+
+# What is counted are the library's sources and its headers, these in every program that includes them. Lines are those of
+# the sources: nothing is optimised.
+if(TOVUUTIL_COVERAGE)
+    target_compile_options(tovuutil_flags INTERFACE
+        -O0 --coverage -fprofile-update=atomic "-fprofile-filter-files=/(src/util|include/tovu)/")
+    target_link_options(tovuutil_flags INTERFACE --coverage)
+endif()

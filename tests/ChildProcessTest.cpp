@@ -822,10 +822,11 @@ std::string ExpectedLine(int line, std::string const& message)
     return "Error src/util/ChildProcess.cpp:" + std::to_string(line) + " " + message + "\n";
 }
 
-// Lets no process be started any more. That does not hold for root, who becomes somebody else first.
+// Lets no process be started any more. That does not hold for root, who becomes somebody else first, but
+// stays the saved user: what a process writes when it ends may belong to root.
 void AllowNoMoreProcesses()
 {
-    if (getuid() == 0 && (setgroups(0, nullptr) == -1 || setgid(65534) == -1 || setuid(65534) == -1))
+    if (getuid() == 0 && (setgroups(0, nullptr) == -1 || setgid(65534) == -1 || setresuid(65534, 65534, 0) == -1))
         test::SkipFromChild("root cannot become another user here");
     rlimit const none = {0, 0};
     ASSERT_EQ(0, setrlimit(RLIMIT_NPROC, &none));

@@ -593,6 +593,24 @@ TEST_F(JobQueueTest, CancelAsksNobodyBehindTheFirstMatch)
     EXPECT_EQ((Names{"asked one", "asked two", "delete two"}), journal_.All());
 }
 
+// Has no memory for its name.
+class NamelessJob : public NotingJob
+{
+public:
+    explicit NamelessJob(Journal& journal) : NotingJob(journal, "nameless") {}
+    std::string GetName() const override { throw std::bad_alloc(); }
+};
+
+TEST_F(JobQueueTest, CancelLetsOutWhatANameThrowsAndChangesNothing)
+{
+    JobQueue queue(0, 0);
+    test::Enq(queue, new NamelessJob(journal_));
+    Enq(queue, "job");
+    EXPECT_THROW(queue.Cancel("job"), std::bad_alloc);
+    EXPECT_EQ(Names(), journal_.All());
+    EXPECT_EQ(0, TryToTake(test::QueueMutex::Of(queue)));
+}
+
 TEST_F(JobQueueTest, CancelOfTheRunningJobIsFalseAndDoesNotDisturbIt)
 {
     JobQueue queue(1, 0);
@@ -1093,6 +1111,18 @@ TEST_F(JobQueueTest, MutexThatCannotBeLockedIsTheLockErrorOfBoost)
     EXPECT_EQ(0, TryToTake(test::StartStopLock::Of(queue)));
     EXPECT_EQ(Names{"job"}, WaitingIn(queue));
     EXPECT_EQ(Names{"delete lost"}, journal_.All());
+}
+
+// Its worker has no thread, which would be left behind.
+TEST_F(JobQueueTest, MutexThatFailsWhileStopWakesItsWorkersIsTheLockErrorOfBoost)
+{
+    std::unique_ptr<JobQueue> queue;
+    {
+        test::NoThreads const noThreads;
+        queue.reset(new JobQueue(1, 0));
+    }
+    MutexCalls([&] { EXPECT_THROW(queue->Stop(), boost::lock_error); }, {{"lock", {0, 0, EINVAL}}});
+    EXPECT_EQ(0, TryToTake(test::StartStopLock::Of(*queue)));
 }
 
 TEST_F(JobQueueTest, WaitThatFailsIsTheConditionErrorOfBoost)

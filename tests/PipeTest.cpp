@@ -15,6 +15,7 @@
 #include "CapturedLog.h"
 #include "ChildProcess.h"
 #include "Descriptors.h"
+#include "FailingAllocation.h"
 #include "FreshProcess.h"
 #include "Interruptions.h"
 #include "IoctlCalls.h"
@@ -400,6 +401,20 @@ TEST_P(PipeDestructorTest, LogsWhatItCatchesAndGoesOn)
     pipe.reset();
     EXPECT_EQ(std::vector<std::string>{"Error src/util/Pipe.cpp:20 " + GetParam().logged() + "\n"},
               test::TakeLines(log));
+}
+
+TEST_F(PipeTest, DestructorThatHasNoMemoryForItsLogLineIsQuiet)
+{
+    CapturedLog log;
+    test::PipePair<> pair;
+    std::unique_ptr<Pipe> pipe(new Pipe(dup(pair.reader.GetDescriptor())));
+    test::ThrowingClose const failure(pipe->GetDescriptor(), [] { throw 42; });
+    {
+        test::FailingAllocation const noMemory;
+        pipe.reset();
+        EXPECT_TRUE(noMemory.HasFailed());
+    }
+    EXPECT_TRUE(test::TakeLines(log).empty());
 }
 
 }}}  // namespace tovu::util

@@ -8,8 +8,10 @@
 #include <clocale>
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <limits>
+#include <new>
 #include <ostream>
 #include <string>
 #include <thread>
@@ -21,12 +23,14 @@
 #include <xercesc/dom/DOMException.hpp>
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 #include <xercesc/framework/MemBufInputSource.hpp>
+#include <xercesc/framework/MemoryManager.hpp>
 #include <xercesc/parsers/XercesDOMParser.hpp>
 #include <xercesc/sax/SAXParseException.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/XMLString.hpp>
 
 #include "ChildProcess.h"
+#include "FailingAllocation.h"
 #include "Interposition.h"
 #include "ParameterName.h"
 #include "ParserMemory.h"
@@ -191,6 +195,26 @@ TEST(XMLCh2stringTest, GivesTheParsersMemoryBack)
 {
     ParserMemory memory;
     EXPECT_EQ("abc", XMLCh2string(Wide("abc").data()));
+    EXPECT_EQ(1u, memory.Taken());
+    EXPECT_EQ(0u, memory.Held());
+}
+
+// The parser has memory of its own here: the first that is asked of the program is that of the result.
+class MemoryOfItsOwn : public xercesc::MemoryManager
+{
+public:
+    void* allocate(XMLSize_t size) override { return std::malloc(size); }
+    void deallocate(void* block) override { std::free(block); }
+    xercesc::MemoryManager* getExceptionMemoryManager() override { return this; }
+};
+
+TEST(XMLCh2stringTest, GivesTheParsersMemoryBackWhenThereIsNoneForTheResult)
+{
+    WideText const text = Wide("longer than what a string holds without memory");
+    MemoryOfItsOwn own;
+    ParserMemory memory(&own);
+    test::FailingAllocation const failure;
+    EXPECT_THROW(XMLCh2string(text.data()), std::bad_alloc);
     EXPECT_EQ(1u, memory.Taken());
     EXPECT_EQ(0u, memory.Held());
 }

@@ -22,12 +22,12 @@ std::string InvalidStream()
 // The descriptor of a stream, asked of the three classes that have one, the commonest in waiting first. A closed stream
 // answers -1 itself. The sockets of every kind are Sockets here, those that connect, listen or broadcast among them.
 //
-// Everything else is -1 as well: no stream, and a stream of another kind such as FileStream, whose
-// descriptor, behind the buffer of its FILE, would say nothing about what a read delivers.
+// Everything else is -1 as well:
+//
+//   no stream                   a cast of null is null
+//   a stream of another kind    FileStream for one, whose descriptor says nothing about what its FILE has buffered
 int GetDescriptor(Stream const* stream)
 {
-    if (stream == nullptr)
-        return -1;
     if (auto const* const pipe = dynamic_cast<Pipe const*>(stream))
         return pipe->GetDescriptor();
     if (auto const* const socket = dynamic_cast<Socket const*>(stream))

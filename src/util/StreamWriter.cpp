@@ -47,11 +47,9 @@ void StreamWriter::WriteFile(std::string const& path) const
 {
     FileHandleStream file;
     file.Open(path, O_RDONLY, 0600);
-    if (!file.IsOpen())
-        return;
 
     std::vector<unsigned char> buffer(TRANSFER_SIZE);
-    unsigned long long const size = file.GetSize();
+    unsigned long long const size = file.IsOpen() ? file.GetSize() : 0;
     for (unsigned long long offset = 0; offset < size; offset += TRANSFER_SIZE) {
         unsigned const chunk = static_cast<unsigned>(std::min<unsigned long long>(TRANSFER_SIZE, size - offset));
         file.Read(buffer.data(), chunk);

@@ -10,7 +10,9 @@ namespace tovu { namespace test {
 class ParserMemory : public xercesc::MemoryManager
 {
 public:
-    ParserMemory() : before_(xercesc::XMLPlatformUtils::fgMemoryManager)
+    /// \param source Where the memory comes from; null for the manager that is replaced.
+    explicit ParserMemory(xercesc::MemoryManager* source = nullptr)
+        : before_(xercesc::XMLPlatformUtils::fgMemoryManager), source_(source != nullptr ? source : before_)
     {
         xercesc::XMLPlatformUtils::fgMemoryManager = this;
     }
@@ -27,20 +29,21 @@ public:
     void* allocate(XMLSize_t size) override
     {
         ++taken_;
-        return before_->allocate(size);
+        return source_->allocate(size);
     }
 
     void deallocate(void* block) override
     {
         if (block != nullptr)
             ++returned_;
-        before_->deallocate(block);
+        source_->deallocate(block);
     }
 
-    xercesc::MemoryManager* getExceptionMemoryManager() override { return before_->getExceptionMemoryManager(); }
+    xercesc::MemoryManager* getExceptionMemoryManager() override { return source_->getExceptionMemoryManager(); }
 
 private:
     xercesc::MemoryManager* const before_;
+    xercesc::MemoryManager* const source_;
     std::size_t taken_ = 0;
     std::size_t returned_ = 0;
 };
