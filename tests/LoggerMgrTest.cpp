@@ -500,6 +500,16 @@ TEST_F(LoggerMgrTest, TimeHasTwoDigitsInEachField)
     EXPECT_EQ("Jan 02 03:04:05  ", HeaderFor(LoggerMgr::HEADER_TIME));
 }
 
+TEST_F(LoggerMgrTest, TimeGoesOnWhere32BitsEnd)
+{
+    StoppedClock const last(0x7FFFFFFF);
+    EXPECT_EQ("Jan 19 03:14:07  ", HeaderFor(LoggerMgr::HEADER_TIME));
+    StoppedClock const next(std::time_t{0x7FFFFFFF} + 1);
+    EXPECT_EQ("Jan 19 03:14:08  ", HeaderFor(LoggerMgr::HEADER_TIME));
+    StoppedClock const later(std::time_t{0xFFFFFFFF} + 1);
+    EXPECT_EQ("Feb 07 06:28:16  ", HeaderFor(LoggerMgr::HEADER_TIME));
+}
+
 TEST_F(LoggerMgrTest, TimeIsThatOfTheCall)
 {
     StoppedClock const clock(1700000020);

@@ -4,9 +4,9 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <ctime>
 
 #include "FormatBuffer.h"
+#include "TimeText.h"
 #include "tovu/util/Format.h"
 #include "tovu/util/Socket.h"
 
@@ -29,34 +29,12 @@ template class Singleton<LoggerMgr>;
 
 namespace {
 
-constexpr std::size_t FIELD_SIZE = 100;      // of the buffer for a time or for ids
+constexpr std::size_t FIELD_SIZE = 100;      // of the buffer for ids
 constexpr std::size_t MESSAGE_SIZE = 16384;  // of the buffer for the first pass over a message
 constexpr std::size_t TYPICAL_HEADER = 256;  // reserved while a header grows; what is queued has its own size
 constexpr std::size_t BANNER_ASTERISKS = 100;
 
 constexpr char const* LEVEL_NAMES[] = {"Error", "Warning", "Info", "Debug"};
-
-// The text of the second that the calling thread logged last. Making one reads the time zone's file, which costs more
-// than the rest of a line; within a second the text stays the same. A changed zone shows from the next second on.
-struct TimeText
-{
-    time_t second;
-    char text[FIELD_SIZE];
-};
-thread_local TimeText lastTime = {-1, ""};
-
-char const* CurrentTimeText()
-{
-    time_t const now = time(nullptr);
-    if (now != lastTime.second) {
-        tm local;
-        tzset();  // localtime_r alone may keep the zone that it saw first
-        localtime_r(&now, &local);
-        strftime(lastTime.text, sizeof(lastTime.text), "%b %d %T", &local);
-        lastTime.second = now;
-    }
-    return lastTime.text;
-}
 
 void Separate(std::string& header)
 {
@@ -179,7 +157,7 @@ std::string LoggerMgr::BuildHeader(unsigned level, char const* file, unsigned li
         header.append(BANNER_ASTERISKS, '*').append(1, '\n');
     if ((flags_ & HEADER_TIME) != 0) {
         Separate(header);
-        header += CurrentTimeText();
+        header += internal::CurrentTimeText();
     }
     if ((flags_ & HEADER_HOST) != 0) {
         Separate(header);
