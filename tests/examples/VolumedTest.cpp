@@ -253,6 +253,16 @@ TEST_F(VolumedTest, RefusesToReplaceWhatIsNoSocket)
     EXPECT_EQ("data", ReadFile(folder_ / "precious"));
 }
 
+// Where 32 bits are not enough for its size, too.
+TEST_F(VolumedTest, RefusesToReplaceALargeFile)
+{
+    std::string const large = folder_ / "large";
+    WriteFile(large, "data");
+    ASSERT_EQ(0, truncate64(large.c_str(), 5LL << 30));
+    EXPECT_EQ(1, WaitFor(Start({VOLUMED, "--socket", large}, folder_ / "o2", folder_ / "e2")));
+    EXPECT_EQ(0, access(large.c_str(), F_OK));
+}
+
 TEST_F(VolumedTest, ReplacesTheSocketOfAServiceThatWasKilled)
 {
     EXPECT_EQ(128 + SIGKILL, StopService(SIGKILL));
