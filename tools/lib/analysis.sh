@@ -22,7 +22,7 @@ check_tidy() {
     local sources log=build/tidy.log status=0
     mapfile -t sources < <(analysed_sources | xargs ls -S)
     say "checking ${#sources[@]} sources of the library and the examples with clang-tidy"
-    cmake --preset dev >build/configure.log 2>&1 || fail "cmake --preset dev, see build/configure.log"
+    quietly cmake --preset dev
     printf '%s\n' "${sources[@]}" | xargs -P 2 -n 1 clang-tidy -p build/dev --quiet >"$log" 2>/dev/null || status=$?
     report_findings clang-tidy "$status" '(warning|error): .*\[' "$log"
 }

@@ -8,6 +8,18 @@ fail() {
     exit 1
 }
 
+# Runs a command quietly; its output is shown when it fails.
+quietly() {
+    local log
+    log=$(mktemp)
+    if ! "$@" >"$log" 2>&1; then
+        tail -n 200 "$log" >&2
+        rm -f "$log"
+        fail "$*"
+    fi
+    rm -f "$log"
+}
+
 # Runs a command as root. Says so and stops where that is not possible.
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then
@@ -35,14 +47,8 @@ require_packages() {
     fi
 
     say "installing ${missing[*]}"
-    local log
-    log=$(mktemp)
-    if ! { as_root apt-get update && as_root env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y --no-install-recommends "${missing[@]}"; } >"$log" 2>&1; then
-        tail -n 20 "$log" >&2
-        fail "the packages could not be installed, the whole output is in $log"
-    fi
-    rm -f "$log"
+    quietly as_root apt-get update
+    quietly as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"
 }
 
 # Waits, up to 20 seconds, until a command succeeds.
