@@ -65,7 +65,7 @@ static_assert(std::has_virtual_destructor<ChildProcess>::value, "a base class");
 static_assert(std::is_nothrow_destructible<ChildProcess>::value, "the destructor never throws");
 static_assert(!std::is_copy_constructible<StdIO>::value && !std::is_copy_assignable<StdIO>::value, "one owner");
 static_assert(std::is_nothrow_destructible<StdIO>::value, "the destructor never throws");
-static_assert(std::is_standard_layout<StdIO>::value, "three pairs");
+static_assert(std::is_standard_layout<StdIO>::value, "plain data");
 static_assert(ChildProcess::RESULT_SUCCESS == 0 && ChildProcess::RESULT_FAILURE == 1 &&
                   ChildProcess::RESULT_NO_CHILD == 2 && ChildProcess::RESULT_SIGNAL == 3,
               "");
