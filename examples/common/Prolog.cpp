@@ -10,58 +10,78 @@ namespace volume {
 
 namespace {
 
+using Position = std::string::size_type;
+
 char const* const BLANKS = " \t\r\n";
 char const* const ACCEPTED_ENCODINGS[] = {"UTF-8", "US-ASCII", "ISO-8859-1"};
 
-bool StartsWith(std::string const& text, std::string::size_type position, char const* start)
+bool StartsWith(std::string const& text, Position position, char const* start)
 {
     return text.compare(position, std::char_traits<char>::length(start), start) == 0;
 }
 
-// The value of encoding="..." in an XML declaration. Empty when it cannot be made out, which is refused like any other.
-std::string DeclaredEncoding(std::string const& declaration, std::string::size_type encoding)
+bool IsBlank(std::string const& text, Position position)
 {
-    std::string::size_type const equals = declaration.find_first_not_of(BLANKS, encoding + 8);
-    if (equals == std::string::npos || declaration[equals] != '=')
-        return std::string();
-    std::string::size_type const open = declaration.find_first_not_of(BLANKS, equals + 1);
-    if (open == std::string::npos || (declaration[open] != '"' && declaration[open] != '\''))
-        return std::string();
-    std::string::size_type const close = declaration.find(declaration[open], open + 1);
-    if (close == std::string::npos)
-        return std::string();
-    return declaration.substr(open + 1, close - open - 1);
+    return position < text.size() && std::char_traits<char>::find(BLANKS, 4, text[position]) != nullptr;
 }
 
-bool IsAcceptedDeclaration(std::string const& declaration)
+Position SkipBlanks(std::string const& text, Position position)
 {
-    std::string::size_type const encoding = declaration.find("encoding");
-    if (encoding == std::string::npos)
-        return true;
+    return std::min(text.find_first_not_of(BLANKS, position), text.size());
+}
 
-    std::string const name = DeclaredEncoding(declaration, encoding);
+// Takes ` name = "value"` and moves behind it. Takes nothing where it does not stand.
+bool TakeParameter(std::string const& declaration, Position& position, char const* name, std::string& value)
+{
+    Position at = SkipBlanks(declaration, position);
+    if (!IsBlank(declaration, position) || !StartsWith(declaration, at, name))
+        return false;
+    at = SkipBlanks(declaration, at + std::char_traits<char>::length(name));
+    if (at == declaration.size() || declaration[at] != '=')
+        return false;
+    at = SkipBlanks(declaration, at + 1);
+    if (at == declaration.size() || (declaration[at] != '"' && declaration[at] != '\''))
+        return false;
+    Position const end = declaration.find(declaration[at], at + 1);
+    if (end == std::string::npos)
+        return false;
+    value = declaration.substr(at + 1, end - at - 1);
+    position = end + 1;
+    return true;
+}
+
+bool IsAcceptedEncoding(std::string const& name)
+{
     return std::any_of(std::begin(ACCEPTED_ENCODINGS), std::end(ACCEPTED_ENCODINGS),
                        [&](char const* accepted) { return strcasecmp(name.c_str(), accepted) == 0; });
 }
 
-}  // namespace
-
-Prolog InspectProlog(unsigned char const* data, unsigned length)
+// Word for word as the grammar of XML has it, so that no parser can read another encoding out of it: a declaration without
+// "<?xml" and "?>".
+Prolog InspectDeclaration(std::string const& declaration)
 {
-    std::string const text(reinterpret_cast<char const*>(data), length);
-    std::string::size_type position = StartsWith(text, 0, "\xEF\xBB\xBF") ? 3 : 0;
+    Position position = 0;
+    std::string version;
+    if (!TakeParameter(declaration, position, "version", version) || (version != "1.0" && version != "1.1"))
+        return Prolog::Malformed;
 
-    if (StartsWith(text, position, "<?xml")) {
-        std::string::size_type const end = text.find("?>", position);
-        if (end == std::string::npos)
-            return Prolog::Malformed;
-        if (!IsAcceptedDeclaration(text.substr(position, end - position)))
-            return Prolog::Encoding;
-    }
+    std::string encoding;
+    if (TakeParameter(declaration, position, "encoding", encoding) && !IsAcceptedEncoding(encoding))
+        return Prolog::Encoding;
 
+    std::string standalone;
+    if (TakeParameter(declaration, position, "standalone", standalone) && standalone != "yes" && standalone != "no")
+        return Prolog::Malformed;
+    return SkipBlanks(declaration, position) == declaration.size() ? Prolog::Accepted : Prolog::Malformed;
+}
+
+// What stands behind the declaration: comments and processing instructions, and then the document element or what is to
+// be refused.
+Prolog InspectMisc(std::string const& text, Position position)
+{
     for (;;) {
-        position = text.find_first_not_of(BLANKS, position);
-        if (position == std::string::npos || text[position] != '<')
+        position = SkipBlanks(text, position);
+        if (position == text.size() || text[position] != '<')
             return Prolog::Malformed;
 
         char const* end = nullptr;
@@ -78,6 +98,27 @@ Prolog InspectProlog(unsigned char const* data, unsigned length)
             return Prolog::Malformed;
         position += std::char_traits<char>::length(end);
     }
+}
+
+}  // namespace
+
+Prolog InspectProlog(unsigned char const* data, unsigned length)
+{
+    std::string const text(reinterpret_cast<char const*>(data), length);
+    if (text.find('\0') != std::string::npos)
+        return Prolog::Encoding;
+
+    Position position = StartsWith(text, 0, "\xEF\xBB\xBF") ? 3 : 0;
+    if (StartsWith(text, position, "<?xml") && (IsBlank(text, position + 5) || StartsWith(text, position + 5, "?"))) {
+        Position const end = text.find("?>", position);
+        if (end == std::string::npos)
+            return Prolog::Malformed;
+        Prolog const verdict = InspectDeclaration(text.substr(position + 5, end - position - 5));
+        if (verdict != Prolog::Accepted)
+            return verdict;
+        position = end + 2;
+    }
+    return InspectMisc(text, position);
 }
 
 }  // namespace volume

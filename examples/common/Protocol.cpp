@@ -25,6 +25,12 @@ char const* ErrorWords(int code)
             return "The file is too large to be sent.";
         case ERROR_STOPPING:
             return "The service stops.";
+        case ERROR_TOO_LONG:
+            return "The message is too long.";
+        case ERROR_TOO_DEEP:
+            return "The elements of the message are nested too deeply.";
+        case ERROR_ATTRIBUTES:
+            return "An element of the message has too many attributes.";
         default:
             return "The message was refused.";
     }

@@ -14,7 +14,10 @@ enum ErrorCode
     ERROR_NOT_FOUND = 7,      ///< There is no such folder, file or job, or none that the service may show.
     ERROR_NOT_SET_UP = 8,     ///< The service was started without what the message needs.
     ERROR_TOO_LARGE = 9,      ///< The file has 2 GiB or more.
-    ERROR_STOPPING = 10       ///< The service stops.
+    ERROR_STOPPING = 10,      ///< The service stops.
+    ERROR_TOO_LONG = 11,      ///< The message is too long. The service closes the connection.
+    ERROR_TOO_DEEP = 12,      ///< The elements of the message are nested too deeply.
+    ERROR_ATTRIBUTES = 13     ///< An element of the message has too many attributes.
 };
 
 /// A message that cannot be answered as it wants to be. Deliberately no std::exception: MessageProcessor takes those

@@ -3,7 +3,7 @@
 #include <utility>
 #include <xercesc/dom/DOMNode.hpp>
 
-#include "common/Prolog.h"
+#include "common/MessageGuard.h"
 #include "tovu/util/Stream.h"
 #include "tovu/util/StreamSelector.h"
 #include "tovu/util/XercesUtils.h"
@@ -17,6 +17,9 @@ using tovu::util::XMLCh2string;
 namespace {
 
 constexpr long SILENCE_SECONDS = 30;
+
+// The longest answer is that to List: a folder of some hundred thousand files.
+constexpr MessageGuard::Limits LIMITS = {64 << 20, 100, 100};
 
 }  // namespace
 
@@ -39,7 +42,9 @@ AnswerReader::AnswerReader(std::function<void(xercesc::DOMNode const&)> look) : 
 void AnswerReader::Read(Stream& stream)
 {
     unsigned char chunk[4096];
-    while (!answered_) {
+    for (unsigned come = 0; !answered_; come += sizeof(chunk)) {
+        if (come > LIMITS.length)
+            throw NoAnswer("the answer is too long");
         AwaitData(stream);
         auto const count = static_cast<unsigned>(stream.Read(chunk, sizeof(chunk)));
         unsigned char const* const delimiter = FindDelimiter(chunk, count);
@@ -53,8 +58,9 @@ void AnswerReader::Read(Stream& stream)
 // The service is trusted no more than it trusts its clients.
 unsigned AnswerReader::ParseMessage(Stream& stream, unsigned char const* data, unsigned length) const
 {
-    if (InspectProlog(data, length) != Prolog::Accepted)
-        throw NoAnswer("the answer is no XML document that may be read");
+    Verdict const verdict = MessageGuard(LIMITS).Inspect(data, length);
+    if (verdict != Verdict::Accepted)
+        throw NoAnswer(std::string("the answer is refused: ") + Words(verdict));
     return MessageProcessor::ParseMessage(stream, data, length);
 }
 

@@ -11,7 +11,7 @@ namespace volume {
 
 using namespace tovu::util;
 
-Discoverer::Discoverer() : answers_(Socket::Address(0, INADDR_ANY), false) {}
+Discoverer::Discoverer() : GuardedBroadcastMessageProcessor(guard_), answers_(Socket::Address(0, INADDR_ANY), false) {}
 
 // The selector leaves in the time what has not been used of it.
 std::vector<FoundService> const& Discoverer::Ask(Socket::Address const& address)

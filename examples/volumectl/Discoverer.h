@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "common/DatagramReader.h"
+#include "common/GuardedBroadcastMessageProcessor.h"
 
 namespace volume {
 
@@ -19,7 +19,7 @@ struct FoundService
 };
 
 /// Looks for volume services in the network: asks with a broadcast, and collects the answers of one second.
-class Discoverer : public DatagramReader
+class Discoverer : public GuardedBroadcastMessageProcessor
 {
 public:
     /// Throws tovu::util::Exception.
@@ -33,6 +33,7 @@ public:
                        xercesc::DOMNode const& element, tovu::util::Socket::Address const& sender) const override;
 
 private:
+    MessageGuard guard_;
     tovu::util::ServerBroadcastSocket answers_;
     mutable std::vector<FoundService> found_;  // the hooks are const; what they find is the result of Ask
 };

@@ -24,6 +24,7 @@
 #include "common/UsageError.h"
 #include "common/XmlText.h"
 #include "tovu/util/ClientSocket.h"
+#include "tovu/util/Exception.h"
 #include "tovu/util/MessageWriter.h"
 #include "tovu/util/Path.h"
 
@@ -83,13 +84,24 @@ void Print(bool raw, std::string const& document, std::string const& plain)
     std::printf("%s", text.c_str());
 }
 
+// A service may refuse a message before all of it has come, and close the connection: what it says then tells more than
+// the failed write.
+void SendAndRead(ClientSocket& service, std::string const& document, AnswerReader& answer)
+{
+    try {
+        MessageWriter(service).Write(document.c_str(), static_cast<unsigned>(document.size() + 1));
+    } catch (Exception const&) {
+        // the connection is gone: reading says so, or brings the answer
+    }
+    answer.Read(service);
+}
+
 int SendAndPrint(Options const& options, std::string const& document)
 {
     Outcome outcome;
     AnswerReader answer([&outcome](xercesc::DOMNode const& element) { LookAt(element, outcome); });
     ClientSocket service(ServiceAddress(options), true);
-    MessageWriter(service).Write(document.c_str(), static_cast<unsigned>(document.size() + 1));
-    answer.Read(service);
+    SendAndRead(service, document, answer);
 
     if (answer.IsRefusal()) {
         std::fprintf(stderr, "volumectl: refused: %s\n", answer.GetWords().c_str());

@@ -2,7 +2,6 @@
 
 #include <exception>
 
-#include "PatientSocket.h"
 #include "common/HostPort.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/LoggerMgr.h"
@@ -53,8 +52,6 @@ void Connection::Run()
     } catch (Exception const& exception) {
         TOVU_LOG(LoggerMgr::LEVEL_INFO, "The connection from %s broke: %s\n", name_.c_str(),
                  exception.Report().c_str());
-    } catch (AnswerNotTaken const& failure) {
-        TOVU_LOG(LoggerMgr::LEVEL_WARNING, "The client from %s is left: %s.\n", name_.c_str(), failure.reason);
     } catch (std::exception const& exception) {
         TOVU_LOG(LoggerMgr::LEVEL_ERROR, "The connection from %s failed: %s\n", name_.c_str(), exception.what());
     } catch (...) {
@@ -68,7 +65,11 @@ void Connection::ServeClient()
 {
     TOVU_LOG(LoggerMgr::LEVEL_INFO, "A client has connected from %s.\n", name_.c_str());
     messages_.ReadMessages(*socket_);
-    TOVU_LOG(LoggerMgr::LEVEL_INFO, "The client from %s has left.\n", name_.c_str());
+    if (messages_.GetReasonToLeave() != nullptr)
+        TOVU_LOG(LoggerMgr::LEVEL_WARNING, "The client from %s is left: %s.\n", name_.c_str(),
+                 messages_.GetReasonToLeave());
+    else
+        TOVU_LOG(LoggerMgr::LEVEL_INFO, "The client from %s has left.\n", name_.c_str());
 }
 
 }  // namespace volume

@@ -14,7 +14,8 @@ namespace volume {
 
 using namespace tovu::util;
 
-Discovery::Discovery(unsigned short port) : socket_(Socket::Address(port, INADDR_ANY), false)
+Discovery::Discovery(unsigned short port, MessageGuard& guard)
+    : GuardedBroadcastMessageProcessor(guard), socket_(Socket::Address(port, INADDR_ANY), false)
 {
     CloseOnExec(socket_.GetDescriptor());
 }

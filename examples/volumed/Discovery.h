@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "common/DatagramReader.h"
+#include "common/GuardedBroadcastMessageProcessor.h"
 
 namespace volume {
 
@@ -14,11 +14,11 @@ namespace volume {
 /// Anything else is ignored: a datagram's sender is whoever it says it is, and gets no more than it sent, about.
 ///
 /// Threads: one.
-class Discovery : public DatagramReader
+class Discovery : public GuardedBroadcastMessageProcessor
 {
 public:
-    /// Listens on a UDP port. Throws tovu::util::Exception.
-    explicit Discovery(unsigned short port);
+    /// Listens on a UDP port. Borrows the guard. Throws tovu::util::Exception.
+    Discovery(unsigned short port, MessageGuard& guard);
 
     /// What to add to a selector.
     tovu::util::ServerBroadcastSocket const& GetSocket() const { return socket_; }

@@ -70,7 +70,7 @@ Socket::Address Server::Listen(Socket::Address const& address)
 
 void Server::AnswerDiscovery(unsigned short port)
 {
-    discovery_ = std::make_unique<Discovery>(port);
+    discovery_ = std::make_unique<Discovery>(port, service_.GetGuard());
     discovery_->SetTcpPort(tcpPort_);
 }
 

@@ -5,7 +5,6 @@
 
 #include "PatientSocket.h"
 #include "SharedFile.h"
-#include "common/Prolog.h"
 #include "common/Protocol.h"
 #include "common/XmlText.h"
 #include "tovu/util/Format.h"
@@ -24,6 +23,24 @@ constexpr char const* SEND = "Send";
 Socket const& ToSocket(Stream const& stream)
 {
     return dynamic_cast<Socket const&>(stream);
+}
+
+ErrorCode CodeOf(Verdict reason)
+{
+    switch (reason) {
+        case Verdict::TooLong:
+            return ERROR_TOO_LONG;
+        case Verdict::DocumentType:
+            return ERROR_DOCUMENT_TYPE;
+        case Verdict::Encoding:
+            return ERROR_ENCODING;
+        case Verdict::TooDeep:
+            return ERROR_TOO_DEEP;
+        case Verdict::TooManyAttributes:
+            return ERROR_ATTRIBUTES;
+        default:
+            return ERROR_MALFORMED;
+    }
 }
 
 // Takes the bytes of a file, and never more than were announced.
@@ -50,42 +67,7 @@ private:
 void VolumeMessages::Stop()
 {
     stopping_ = true;
-    SetStop(true);
-}
-
-unsigned VolumeMessages::ParseMessage(Stream& stream, unsigned char const* data, unsigned length) const
-{
-    if (length == 0)
-        return 0;
-
-    switch (InspectProlog(data, length)) {
-        case Prolog::Accepted:
-            break;
-        case Prolog::Malformed:
-            HandleError(ERROR_MALFORMED, stream, data, length);
-            return 0;
-        case Prolog::DocumentType:
-            HandleError(ERROR_DOCUMENT_TYPE, stream, data, length);
-            return 0;
-        case Prolog::Encoding:
-            HandleError(ERROR_ENCODING, stream, data, length);
-            return 0;
-    }
-
-    try {
-        return MessageProcessor::ParseMessage(stream, data, length);
-    } catch (std::exception const&) {
-        throw;  // the answer could not be sent: the connection is gone
-    } catch (AnswerNotTaken const&) {
-        throw;
-    } catch (Refusal const& refusal) {
-        HandleError(refusal.code, stream, data, length);
-        return 0;
-    } catch (...) {
-        // The parser's DOMException, for example, which it throws for a version of XML that it does not know.
-        HandleError(ERROR_MALFORMED, stream, data, length);
-        return 0;
-    }
+    EndReading();
 }
 
 bool VolumeMessages::IsValidMessage(std::string const& name) const
@@ -93,19 +75,54 @@ bool VolumeMessages::IsValidMessage(std::string const& name) const
     return name == SEND || service_.IsHandled(name);
 }
 
-void VolumeMessages::HandleMessage(Stream& stream, unsigned char const* /*data*/, unsigned /*length*/,
+void VolumeMessages::HandleMessage(Stream& stream, unsigned char const* data, unsigned length,
                                    xercesc::DOMNode const& element) const
 {
-    if (XMLCh2string(element.getNodeName()) == SEND)
-        SendFile(stream, AttributeText(element, "path"));
-    else
-        Answer(stream, service_.Handle(element));
+    try {
+        TryToAnswer([&] {
+            if (XMLCh2string(element.getNodeName()) == SEND)
+                SendFile(stream, AttributeText(element, "path"));
+            else
+                Answer(stream, service_.Handle(element));
+        });
+    } catch (Refusal const& refusal) {
+        HandleError(refusal.code, stream, data, length);
+    }
 }
 
 void VolumeMessages::HandleError(int code, Stream& stream, unsigned char const* /*data*/, unsigned length) const
 {
     TOVU_LOG(LoggerMgr::LEVEL_WARNING, "A message of %u bytes was refused with code %d: %s\n", length, code,
              ErrorWords(code));
+    TryToAnswer([&] { AnswerError(stream, code); });
+}
+
+void VolumeMessages::HandleRefusal(Verdict reason, Stream& stream, unsigned /*length*/) const
+{
+    if (reason == Verdict::TooLong)
+        Leave("its message is too long");
+    TryToAnswer([&] { AnswerError(stream, CodeOf(reason)); });
+}
+
+// Whoever does not take an answer gets no other.
+template <typename Action>
+void VolumeMessages::TryToAnswer(Action action) const
+{
+    try {
+        action();
+    } catch (AnswerNotTaken const& failure) {
+        Leave(failure.reason);
+    }
+}
+
+void VolumeMessages::Leave(char const* reason) const
+{
+    reasonToLeave_ = reason;
+    EndReading();
+}
+
+void VolumeMessages::AnswerError(Stream& stream, int code) const
+{
     Answer(stream,
            FormatString(R"(<Error code="%d">%s</Error>)", code, EncodeXMLCharEntities(ErrorWords(code)).c_str()));
 }

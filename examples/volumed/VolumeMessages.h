@@ -4,7 +4,7 @@
 #include <string>
 
 #include "VolumeService.h"
-#include "tovu/util/MessageProcessor.h"
+#include "common/GuardedMessageProcessor.h"
 
 namespace volume {
 
@@ -13,18 +13,19 @@ namespace volume {
 ///   Send path   File, with name and size, and behind its delimiter the bytes of the file
 ///   refused     Error, with the attribute code and the reason in words
 ///
-/// An empty message is dropped without an answer. The stream is a Socket in non-blocking mode. Besides what
-/// MessageProcessor throws, AnswerNotTaken passes out of ReadMessages.
-class VolumeMessages : public tovu::util::MessageProcessor
+/// An empty message is dropped without an answer. The stream is a Socket in non-blocking mode. ReadMessages returns when
+/// the client has left, or when the service leaves it: for a message that is too long, for an answer that it does not
+/// take, for a stop.
+class VolumeMessages : public GuardedMessageProcessor
 {
 public:
-    explicit VolumeMessages(VolumeService& service) : service_(service) {}
+    explicit VolumeMessages(VolumeService& service) : GuardedMessageProcessor(service.GetGuard()), service_(service) {}
 
     /// Makes ReadMessages return or throw soon. May be called from any thread.
     void Stop();
 
-    /// Refuses what the parser must not see, and answers for what it throws that is no std::exception.
-    unsigned ParseMessage(tovu::util::Stream& stream, unsigned char const* data, unsigned length) const override;
+    /// Why ReadMessages has left the client; null when that was not its own decision.
+    char const* GetReasonToLeave() const { return reasonToLeave_; }
 
     bool IsValidMessage(std::string const& name) const override;
 
@@ -33,12 +34,19 @@ public:
 
     void HandleError(int code, tovu::util::Stream& stream, unsigned char const* data, unsigned length) const override;
 
+    void HandleRefusal(Verdict reason, tovu::util::Stream& stream, unsigned length) const override;
+
 private:
+    template <typename Action>
+    void TryToAnswer(Action action) const;
+    void Leave(char const* reason) const;
+    void AnswerError(tovu::util::Stream& stream, int code) const;
     void Answer(tovu::util::Stream& stream, std::string const& document) const;
     void SendFile(tovu::util::Stream& stream, std::string const& path) const;
 
     VolumeService& service_;
     std::atomic<bool> stopping_{false};
+    mutable char const* reasonToLeave_ = nullptr;  // the hooks, which leave, are const
 };
 
 }  // namespace volume

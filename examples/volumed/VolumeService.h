@@ -10,6 +10,7 @@
 #include "Options.h"
 #include "Plugins.h"
 #include "VolumeDatabase.h"
+#include "common/MessageGuard.h"
 
 namespace volume {
 
@@ -47,6 +48,9 @@ public:
     /// The folder that files are sent from; empty when there is none.
     std::string const& GetSendFolder() const { return options_.sendFolder; }
 
+    /// What looks at every message before it is parsed.
+    MessageGuard& GetGuard() { return guard_; }
+
     /// See Jobs::HoldSpawns.
     std::unique_lock<std::mutex> HoldSpawns() { return jobs_->HoldSpawns(); }
 
@@ -56,6 +60,7 @@ private:
     std::string CancelJob(xercesc::DOMNode const& element);
 
     Options const options_;
+    MessageGuard guard_;
     std::map<std::string, std::function<std::string(xercesc::DOMNode const&)>> const handlers_;  // its own messages
     Plugins plugins_;
     std::unique_ptr<VolumeDatabase> database_;  // null when there is none

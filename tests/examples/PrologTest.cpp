@@ -40,6 +40,8 @@ INSTANTIATE_TEST_SUITE_P(Accepted, PrologTest,
                                          Case{"<?xml version='1.0' encoding='US-ASCII'?><a/>", Prolog::Accepted},
                                          Case{"<!-- <!DOCTYPE a> --><a/>", Prolog::Accepted},
                                          Case{"<?pi <!DOCTYPE a> ?><a/>", Prolog::Accepted},
+                                         Case{"<?xml-stylesheet encoding='UTF-7'?><a/>", Prolog::Accepted},
+                                         Case{"<?xml version='1.1' standalone=\"no\"?><a/>", Prolog::Accepted},
                                          Case{"<?xml version='1.0'?>\n<!--x--> <?y z?>\n<a/>", Prolog::Accepted},
                                          Case{"<a><!DOCTYPE b></a>", Prolog::Accepted}));
 
@@ -55,9 +57,8 @@ INSTANTIATE_TEST_SUITE_P(Encoding, PrologTest,
                          testing::Values(Case{"<?xml version='1.0' encoding='UTF-7'?><a/>", Prolog::Encoding},
                                          Case{"<?xml version='1.0' encoding='UTF-16'?><a/>", Prolog::Encoding},
                                          Case{"<?xml version='1.0' encoding='IBM037'?><a/>", Prolog::Encoding},
-                                         Case{"<?xml version='1.0' encoding=UTF-8?><a/>", Prolog::Encoding},
-                                         Case{"<?xml version='1.0' encoding 'UTF-8'?><a/>", Prolog::Encoding},
-                                         Case{"<?xml version='1.0' encoding='UTF-8?><a/>", Prolog::Encoding},
+                                         Case{"<?xml version='1.0' encoding='UTF-7' standalone='yes'?><a/>",
+                                              Prolog::Encoding},
                                          Case{"<?xml version='1.0' encoding=''?><a/>", Prolog::Encoding}));
 
 INSTANTIATE_TEST_SUITE_P(Malformed, PrologTest,
@@ -68,5 +69,24 @@ INSTANTIATE_TEST_SUITE_P(Malformed, PrologTest,
                                          Case{"\xFE\xFF<a/>", Prolog::Malformed},
                                          Case{"\x4C\x6F\xA7\x94\x93\x40", Prolog::Malformed},  // EBCDIC
                                          Case{"\xC2\x85<a/>", Prolog::Malformed}));
+
+INSTANTIATE_TEST_SUITE_P(
+    MalformedDeclaration, PrologTest,
+    testing::Values(Case{"<?xml ?><a/>", Prolog::Malformed}, Case{"<?xml encoding='UTF-8'?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='1.2'?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='1.0'encoding='UTF-8'?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='1.0' encoding=UTF-8?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='1.0' encoding 'UTF-8'?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='1.0' encoding='UTF-8?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='1.0' encoding=?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='1.0' standalone='maybe'?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='1.0' standalone='no' encoding='UTF-7'?><a/>", Prolog::Malformed},
+                    Case{"<?xml version='encoding=\"UTF-8\"' encoding='UTF-7'?><a/>", Prolog::Malformed}));
+
+TEST(PrologOfZeroBytesTest, AZeroByteIsOfAnotherEncoding)
+{
+    EXPECT_EQ(Prolog::Encoding, Inspect(std::string("<\0?\0x\0m\0l\0", 10)));
+    EXPECT_EQ(Prolog::Encoding, Inspect(std::string("<a/>\0", 5)));
+}
 
 }}  // namespace volume

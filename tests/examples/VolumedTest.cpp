@@ -105,16 +105,52 @@ TEST_F(VolumedTest, AnExternalEntityIsNeverRead)
               Talk(*Connect(), Message(document), 1));
 }
 
-TEST_F(VolumedTest, DeepNestingIsEchoed)
+// An Echo with that many elements in each other.
+std::string DeepEcho(int depth)
 {
     std::string document = "<Echo>";
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 1; i < depth; ++i)
         document += "<a>";
     document += "x";
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 1; i < depth; ++i)
         document += "</a>";
-    document += "</Echo>";
-    EXPECT_EQ(document + "|", Talk(*Connect(), Message(document), 1));
+    return document + "</Echo>";
+}
+
+TEST_F(VolumedTest, DeepNestingIsEchoed)
+{
+    EXPECT_EQ(DeepEcho(100) + "|", Talk(*Connect(), Message(DeepEcho(100)), 1));
+}
+
+TEST_F(VolumedTest, HostileShapesAreRefusedAndTheConnectionLives)
+{
+    std::string wide = "<Echo";
+    for (int i = 0; i <= 100; ++i)
+        wide += " a" + std::to_string(i) + "=''";
+    std::unique_ptr<ClientSocket> const client = Connect();
+    EXPECT_EQ("<Error code=\"12\">The elements of the message are nested too deeply.</Error>|",
+              Talk(*client, Message(DeepEcho(101)), 1));
+    EXPECT_EQ("<Error code=\"13\">An element of the message has too many attributes.</Error>|",
+              Talk(*client, Message(wide + "/>"), 1));
+    EXPECT_EQ("<Echo>alive</Echo>|", Talk(*client, Message("<Echo>alive</Echo>"), 1));
+}
+
+TEST_F(VolumedTest, AMessageThatIsTooLongIsAnsweredAndEndsTheConnection)
+{
+    std::unique_ptr<ClientSocket> const client = Connect();
+    EXPECT_EQ("<Error code=\"11\">The message is too long.</Error>|",
+              Talk(*client, Message("<Echo>" + std::string(1 << 20, 'x') + "</Echo>"), 1));
+    char byte = 0;
+    EXPECT_EQ(0, client->Read(&byte, 1));
+    EXPECT_TRUE(AwaitLog("The client from local is left: its message is too long.\n")) << Log();
+}
+
+TEST_F(VolumedTest, ClientTellsThatItsMessageIsTooLong)
+{
+    WriteFile(folder_ / "large", "<Echo>" + std::string(20 << 20, 'x') + "</Echo>");
+    Answer const local = ControlLocal({"send", folder_ / "large"});
+    EXPECT_EQ(1, local.status);
+    EXPECT_EQ("volumectl: refused: The message is too long.\n", local.error);
 }
 
 TEST_F(VolumedTest, EveryDocumentOfTheExamplesIsAnsweredAsExpected)
@@ -197,7 +233,7 @@ TEST_F(VolumedTest, SigTermAndSigIntEndItCleanlyWhileClientsAreConnected)
 TEST_F(VolumedTest, EndsWhileAClientDoesNotReadItsAnswer)
 {
     std::unique_ptr<ClientSocket> const client = Connect();
-    std::string const bytes = Message("<Echo>" + std::string(4 << 20, 'x') + "</Echo>");
+    std::string const bytes = Message("<Echo>" + std::string((1 << 20) - 100, 'x') + "</Echo>");
     client->Write(bytes.data(), static_cast<unsigned>(bytes.size()));
     StreamSelector selector;
     selector.AddStreamForReading(*client);
