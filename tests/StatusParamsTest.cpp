@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <link.h>
+#include <poll.h>
 #include <sqlite3.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +20,7 @@
 #include <functional>
 #include <limits>
 #include <locale>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -27,6 +30,7 @@
 #include "ChildProcess.h"
 #include "Descriptors.h"
 #include "DigitGroups.h"
+#include "Interruptions.h"
 #include "Latch.h"
 #include "MutexCalls.h"
 #include "ParameterName.h"
@@ -922,6 +926,28 @@ TEST_F(StatusCommandTest, KeepsWhatCameBeforeAReadThatFails)
     EXPECT_EQ(6, write(ends[1], "unread", 6));
     close(ends[0]);
     EXPECT_EQ("before", ReadFrom(ends[1]));
+}
+
+// The command waits to be let go until the interrupted read is over: it is waited for in any case.
+TEST_F(StatusCommandTest, AReadThatIsInterruptedEndsTheOutput)
+{
+    test::TemporaryDirectory const folder;
+    std::string const gate = folder / "gate";
+    ASSERT_EQ(0, mkfifo(gate.c_str(), 0600));
+    std::unique_ptr<test::Interruptions> interruptions;
+    test::PopenFunction::Replacement const started(test::PopenCall(), [&](char const* command, char const* mode) {
+        FILE* const stream = test::PopenCall().System(command, mode);
+        pollfd output = {fileno(stream), POLLIN, 0};
+        EXPECT_EQ(1, poll(&output, 1, -1));
+        interruptions.reset(new test::Interruptions(1000));
+        return stream;
+    });
+    test::PcloseFunction::Replacement const ended(test::PcloseCall(), [&](FILE* stream) {
+        interruptions.reset();
+        close(open(gate.c_str(), O_WRONLY));
+        return test::PcloseCall().System(stream);
+    });
+    EXPECT_EQ("before", StatusParams::DoPopen("printf before; read line <'" + gate + "'; printf behind"));
 }
 
 TEST_F(StatusCommandTest, LeavesNoDescriptorOpen)

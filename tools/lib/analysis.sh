@@ -82,7 +82,7 @@ run_memcheck() {
     export -f memcheck_program
     # shellcheck disable=SC2016  # the inner shell's own argument
     printf '%s\n' "${programs[@]}" | xargs -P 2 -n 1 bash -c 'memcheck_program "$0"'
-    tools/lib/memcheck-results build/memcheck "${programs[@]}" >build/memcheck/results.xml ||
+    tools/lib/program-results memcheck build/memcheck "${programs[@]}" >build/memcheck/results.xml ||
         fail "memcheck left no results"
     failed=$(find build/memcheck -name '*.failed' -printf '%f ')
     errors=$(cat build/memcheck/*.log | grep -cE '^==[0-9]+== [^ ]') || true
