@@ -20,11 +20,13 @@
 #include <xercesc/util/PlatformUtils.hpp>
 #include <xercesc/util/RuntimeException.hpp>
 
+#include "EnvironmentVariable.h"
 #include "FailingAllocation.h"
 #include "LogOfChild.h"
 #include "ParserDelivery.h"
 #include "ParserMemory.h"
 #include "PrivateMember.h"
+#include "TemporaryDirectory.h"
 #include "Throws.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/Format.h"
@@ -239,6 +241,27 @@ TEST_F(MessageProcessorTest, TheEntitiesOfADtdAreExpanded)
     };
     CallsFor("<!DOCTYPE a [<!ENTITY e 'expanded'>]><a>&e;</a>");
     EXPECT_EQ("expanded", seen);
+}
+
+// The parser's own switch, for whoever runs a program that does not look at its messages before.
+TEST_F(MessageProcessorTest, TheEnvironmentCanForbidDtds)
+{
+    test::EnvironmentVariable const forbidden("XERCES_DISABLE_DTD", "1");
+    EXPECT_EQ(Calls{"HandleError 3 <!DOCTYPE a []><a/>"}, CallsFor("<!DOCTYPE a []><a/>"));
+    EXPECT_EQ((Calls{"IsValidMessage a", "HandleMessage <a/>"}), CallsFor("<a/>"));
+}
+
+// A name that stands for the content of a file: why strangers are not to send a DTD.
+TEST_F(MessageProcessorTest, ExternalEntitiesAreRead)
+{
+    test::TemporaryDirectory const folder;
+    test::WriteFile(folder / "file", "what it says");
+    std::string seen;
+    recorder_.onMessage = [&](Stream&, unsigned char const*, xercesc::DOMNode const& element) {
+        seen = XMLCh2string(element.getTextContent());
+    };
+    CallsFor("<!DOCTYPE a [<!ENTITY e SYSTEM 'file://" + (folder / "file") + "'>]><a>&e;</a>");
+    EXPECT_EQ("what it says", seen);
 }
 
 TEST_F(MessageProcessorTest, NothingOfAMessageIsKeptForTheNext)

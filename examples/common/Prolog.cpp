@@ -33,19 +33,19 @@ Position SkipBlanks(std::string const& text, Position position)
 // Takes ` name = "value"` and moves behind it. Takes nothing where it does not stand.
 bool TakeParameter(std::string const& declaration, Position& position, char const* name, std::string& value)
 {
-    Position at = SkipBlanks(declaration, position);
-    if (!IsBlank(declaration, position) || !StartsWith(declaration, at, name))
+    Position next = SkipBlanks(declaration, position);
+    if (!IsBlank(declaration, position) || !StartsWith(declaration, next, name))
         return false;
-    at = SkipBlanks(declaration, at + std::char_traits<char>::length(name));
-    if (at == declaration.size() || declaration[at] != '=')
+    next = SkipBlanks(declaration, next + std::char_traits<char>::length(name));
+    if (next == declaration.size() || declaration[next] != '=')
         return false;
-    at = SkipBlanks(declaration, at + 1);
-    if (at == declaration.size() || (declaration[at] != '"' && declaration[at] != '\''))
+    next = SkipBlanks(declaration, next + 1);
+    if (next == declaration.size() || (declaration[next] != '"' && declaration[next] != '\''))
         return false;
-    Position const end = declaration.find(declaration[at], at + 1);
+    Position const end = declaration.find(declaration[next], next + 1);
     if (end == std::string::npos)
         return false;
-    value = declaration.substr(at + 1, end - at - 1);
+    value = declaration.substr(next + 1, end - next - 1);
     position = end + 1;
     return true;
 }
