@@ -11,6 +11,9 @@ namespace tovu { namespace test {
 
 constexpr char const* CANNOT_START = "the kernel is not told how to start a program of this processor";
 
+// In an emulator posix_spawn cannot tell that its child could not become the program: the child ends like this.
+constexpr int NOT_STARTED = 127;
+
 /// Whether a program can be started: it is, with an argument that it takes for a question for help, and ends.
 inline bool CanStart(char const* program)
 {
@@ -22,9 +25,10 @@ inline bool CanStart(char const* program)
     pid_t child = -1;
     bool const started = posix_spawn(&child, program, &actions, nullptr, argv, environ) == 0;
     posix_spawn_file_actions_destroy(&actions);
+    int ended = 0;
     if (started)
-        waitpid(child, nullptr, 0);
-    return started;
+        waitpid(child, &ended, 0);
+    return started && !(WIFEXITED(ended) && WEXITSTATUS(ended) == NOT_STARTED);
 }
 
 }}  // namespace tovu::test

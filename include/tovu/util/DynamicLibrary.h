@@ -33,7 +33,8 @@ public:
     /// load fails, nothing is loaded afterwards.
     void Load(std::string const& name);
 
-    /// Gives the library back, see dlclose(3). Nothing happens when none is loaded. When it fails the library stays.
+    /// Gives the library back, see dlclose(3). Nothing happens when none is loaded. When it fails the library stays. One
+    /// that g++ has compiled without -fno-gnu-unique often stays in memory all the same until the process ends.
     void Unload();
 
     /// The address of a symbol, see dlsym(3), valid until the library is unloaded. A symbol that is there but has the

@@ -89,7 +89,8 @@ public:
     /// Starts the workers of a stopped pool, and so the jobs that were queued meanwhile. Nothing happens on a running
     /// one.
     ///
-    /// Whether the threads start is not checked. One that does not makes a later Stop wait without end.
+    /// Whether the threads start is not checked. One that does not makes a later Stop wait without end. Called by a job
+    /// while the pool is being stopped it never returns: it waits for Stop, which waits for the job.
     void Start();
 
 #pragma GCC diagnostic push

@@ -42,6 +42,7 @@ namespace tovu { namespace util {
 /// Requirements:
 ///   - all sinks are added before Init, and Init is called once;
 ///   - the queue has no bound: a sink that blocks makes it grow. Lines still queued when the process ends are lost;
+///   - other threads log no more when `main` returns: while static objects are destroyed, Instance begins to throw;
 ///   - the time zone stays while lines are logged: a changed one shows from the next second on.
 ///
 /// Errors: std::bad_alloc; boost::lock_error from the mutex.

@@ -11,7 +11,8 @@ namespace tovu { namespace util {
 /// Guarantees:
 ///   - any number of threads may call Instance at once, and all get the same object, constructed once;
 ///   - a constructor that throws leaves no instance behind: a later call tries again;
-///   - the instance is never destroyed, so it can be used until the process ends.
+///   - the instance is never destroyed, so a reference to it can be used until the process ends. Its lock goes at exit,
+///     in the turn of static objects that were made at the first call; from then on Instance throws boost::lock_error.
 ///
 /// Requirements: `T` has a default constructor that this class may call. The constructor does not call Instance itself.
 ///

@@ -1,0 +1,43 @@
+#pragma once
+
+// What the code in the documents takes for granted.
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "common/GuardedMessageProcessor.h"
+#include "tovu/util/BroadcastMessageProcessor.h"
+#include "tovu/util/ChildProcess.h"
+#include "tovu/util/Directory.h"
+#include "tovu/util/Exception.h"
+#include "tovu/util/FileStream.h"
+#include "tovu/util/JobQueue.h"
+#include "tovu/util/Logger.h"
+#include "tovu/util/LoggerMgr.h"
+#include "tovu/util/MessageProcessor.h"
+#include "tovu/util/MessageWriter.h"
+#include "tovu/util/Mutex.h"
+#include "tovu/util/ServerBroadcastSocket.h"
+#include "tovu/util/Socket.h"
+#include "tovu/util/Stream.h"
+#include "tovu/util/Thread.h"
+#include "tovu/util/XercesUtils.h"
+#include "volumed/Loggers.h"
+
+using namespace tovu::util;
