@@ -32,6 +32,7 @@
 #include "Emulation.h"
 #include "EnvironmentVariable.h"
 #include "ExecleWatch.h"
+#include "FailingAllocation.h"
 #include "ForeignPrograms.h"
 #include "Interruptions.h"
 #include "KillGuard.h"
@@ -739,6 +740,17 @@ TEST_F(ControlGroupTest, TasksThatCannotBeOpenedEndTheChildWithItsError)
     process.SetControlGroup(group_);
     EXPECT_EQ(ChildProcess::RESULT_FAILURE, process.Exec());
     EXPECT_EQ(EISDIR, process.GetStatus());
+    EXPECT_FALSE(HasReport());
+}
+
+// The path of the file is made in the child, which must not come back from there.
+TEST_F(ControlGroupTest, NoMemoryForThePathEndsTheChildWithThatError)
+{
+    ChildProcess process(CHILD_PROGRAM, false);
+    process.SetControlGroup(std::string(PATH_MAX, 'x'));
+    test::FailingAllocation const failing(PATH_MAX + 1);
+    EXPECT_EQ(ChildProcess::RESULT_FAILURE, process.Exec());
+    EXPECT_EQ(ENOMEM, process.GetStatus());
     EXPECT_FALSE(HasReport());
 }
 

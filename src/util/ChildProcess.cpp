@@ -77,39 +77,39 @@ void LimitAddressSpace(char const* text)
 //   1. it enters its control group, or has its address space limited: one or the other, never both;
 //   2. it becomes the program.
 //
-// The parent learns of a failure in there by the exit code alone, which is the `errno` of the step that failed. So a
-// program that exits with 2 cannot be told from one that does not exist (ENOENT). A limit that cannot be set is no
-// failure: the program runs without.
-//
-// Everything that needs memory is made before the fork: in the child another thread's half-finished work on the heap
-// would stay half finished. What is left to do there is little, but not nothing, see the class comment.
-//
-// Descriptors are not touched. A server marks its own close-on-exec, or its clients keep their connections to a child
-// that knows nothing of them; and standard input and output are the server's. Signals that the server ignores stay
-// ignored in the program, handlers do not, and blocked ones stay blocked.
+// The parent learns of a failure by the exit code alone, the `errno` of the step that failed: ENOENT looks like an exit
+// with 2. Arguments are made before the fork: in the child another thread's half-finished work on the heap would stay
+// half finished. What is left to do there is little, but not nothing, see the class comment. When it throws, for want
+// of memory, the child ends: it must not go on as a second copy of the caller.
 int ChildProcess::Spawn()
 {
     std::string const name = Path(program_).GetFullFileName();
     std::vector<char*> arguments(1, const_cast<char*>(name.c_str()));
     Append(arguments, arguments_);
-
     std::vector<char*> environment;
     if (!environment_.empty())
         Append(environment, environment_);
 
     pid_ = fork();
-    if (pid_ < 0) {
+    if (pid_ == 0) {
+        try {
+            EnterPlacement();
+            Execute(arguments, environment);
+        } catch (...) {
+            _exit(errno);
+        }
+    } else if (pid_ < 0) {
         int const error = errno;
         TOVU_LOG(LoggerMgr::LEVEL_ERROR, "fork failed (%s).\n", ErrorText(error));
         return -1;
     }
-    if (pid_ > 0)
-        return pid_;
-
-    EnterPlacement();
-    Execute(arguments, environment);
+    return pid_;
 }
 
+// Descriptors are not touched. A server marks its own close-on-exec, or its clients keep their connections to a child
+// that knows nothing of them; and standard input and output are the server's. Signals that the server ignores stay
+// ignored in the program, handlers do not, and blocked ones stay blocked. A limit that cannot be set is no failure: the
+// program runs without.
 void ChildProcess::EnterControlGroup()
 {
     std::FILE* const tasks = std::fopen((controlGroup_ + "/tasks").c_str(), "we");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <cstddef>
 #include <cstdlib>
 #include <new>
@@ -25,6 +26,7 @@ public:
     {
         if (Least() != 0 && size >= Least()) {
             Least() = 0;
+            errno = ENOMEM;
             return nullptr;
         }
         return std::malloc(size == 0 ? 1 : size);
