@@ -65,11 +65,11 @@ void Connection::ServeClient()
 {
     TOVU_LOG(LoggerMgr::LEVEL_INFO, "A client has connected from %s.\n", name_.c_str());
     messages_.ReadMessages(*socket_);
-    if (messages_.GetReasonToLeave() != nullptr)
-        TOVU_LOG(LoggerMgr::LEVEL_WARNING, "The client from %s is left: %s.\n", name_.c_str(),
-                 messages_.GetReasonToLeave());
-    else
+    std::string const& reason = messages_.GetReasonToLeave();
+    if (reason.empty())
         TOVU_LOG(LoggerMgr::LEVEL_INFO, "The client from %s has left.\n", name_.c_str());
+    else
+        TOVU_LOG(LoggerMgr::LEVEL_WARNING, "The client from %s is left: %s.\n", name_.c_str(), reason.c_str());
 }
 
 }  // namespace volume

@@ -1,5 +1,6 @@
 #include "PatientSocket.h"
 
+#include "tovu/util/Exception.h"
 #include "tovu/util/StreamSelector.h"
 
 namespace volume {
@@ -20,16 +21,24 @@ PatientSocket::PatientSocket(Socket const& socket, std::atomic<bool> const& stop
 
 int PatientSocket::Write(void const* buffer, unsigned int length)
 {
-    auto const* rest = static_cast<char const*>(buffer);
+    try {
+        WriteAll(static_cast<char const*>(buffer), length);
+        return static_cast<int>(length);
+    } catch (Exception const& exception) {
+        throw AnswerNotTaken{std::string("its connection broke: ") + exception.what()};
+    }
+}
+
+void PatientSocket::WriteAll(char const* bytes, unsigned length)
+{
     AwaitRoom();
-    for (unsigned remaining = length; remaining != 0;) {
-        int const written = TenantSocket::Write(rest, remaining);
-        rest += written;
-        remaining -= static_cast<unsigned>(written);
+    while (length != 0) {
+        int const written = TenantSocket::Write(bytes, length);
+        bytes += written;
+        length -= static_cast<unsigned>(written);
         count_ += static_cast<unsigned>(written);
         AwaitRoom();
     }
-    return static_cast<int>(length);
 }
 
 void PatientSocket::AwaitRoom() const

@@ -1,16 +1,17 @@
 #pragma once
 
 #include <atomic>
+#include <string>
 
 #include "tovu/util/Socket.h"
 
 namespace volume {
 
-/// The client takes no answer, or the service stops before it does. Deliberately no std::exception: MessageProcessor
-/// takes those for faults of the message, and would have it answered.
+/// The client takes no answer, or has gone, or the service stops before it does. Deliberately no std::exception:
+/// MessageProcessor takes those for faults of the message, logs the message, and would have it answered.
 struct AnswerNotTaken
 {
-    char const* reason;
+    std::string reason;
 };
 
 /// A connection to write to, with a limit to its patience.
@@ -21,7 +22,8 @@ struct AnswerNotTaken
 ///
 /// Ownership: borrows the socket, which is in non-blocking mode, and the flag.
 /// Threads: one thread. The flag may be set by any.
-/// Errors: AnswerNotTaken when the client takes nothing for 30 seconds, and once `stopping` is true. Else as Socket.
+/// Errors: AnswerNotTaken when the client takes nothing for 30 seconds, when the connection breaks, and once `stopping`
+/// is true.
 class PatientSocket : public tovu::util::TenantSocket
 {
 public:
@@ -33,6 +35,7 @@ public:
     unsigned long long GetCount() const { return count_; }
 
 private:
+    void WriteAll(char const* bytes, unsigned length);
     void AwaitRoom() const;
 
     std::atomic<bool> const& stopping_;

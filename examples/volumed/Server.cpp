@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <exception>
 
 #include "Descriptor.h"
 #include "tovu/util/Exception.h"
@@ -118,13 +119,16 @@ std::unique_ptr<Socket> Server::Accept(ServerSocket& listener)
 }
 
 // An accept that fails for want of descriptors or memory leaves the client in the queue. Until a connection ends, or a
-// moment has passed, another try would fail as well.
+// moment has passed, another try would fail as well. The log is told of the first, not of all that follow.
 void Server::AcceptFrom(ServerSocket& listener)
 {
     try {
         Serve(Accept(listener));
-    } catch (Exception const& exception) {
-        TOVU_LOG(LoggerMgr::LEVEL_WARNING, "A client cannot be accepted: %s\n", exception.what());
+        cannotAccept_ = false;
+    } catch (std::exception const& exception) {
+        if (!cannotAccept_)
+            TOVU_LOG(LoggerMgr::LEVEL_WARNING, "A client cannot be accepted: %s\n", exception.what());
+        cannotAccept_ = true;
         StreamSelector selector;
         selector.AddStreamForReading(notifier_.Waiter());
         StreamSelector::TimeVal pause(0, PAUSE_MICROSECONDS);

@@ -52,6 +52,7 @@ private:
     std::vector<std::unique_ptr<tovu::util::ServerSocket>> listeners_;
     unsigned short tcpPort_ = 0;                          // of the TCP listener; 0 for none
     std::unique_ptr<Discovery> discovery_;                // null for none
+    bool cannotAccept_ = false;                           // the last try to accept a client failed
     std::list<std::unique_ptr<Connection>> connections_;  // each with a thread that has not been waited for
 };
 

@@ -115,7 +115,7 @@ void VolumeMessages::TryToAnswer(Action action) const
     }
 }
 
-void VolumeMessages::Leave(char const* reason) const
+void VolumeMessages::Leave(std::string const& reason) const
 {
     reasonToLeave_ = reason;
     EndReading();

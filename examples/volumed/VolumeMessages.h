@@ -24,8 +24,8 @@ public:
     /// Makes ReadMessages return or throw soon. May be called from any thread.
     void Stop();
 
-    /// Why ReadMessages has left the client; null when that was not its own decision.
-    char const* GetReasonToLeave() const { return reasonToLeave_; }
+    /// Why ReadMessages has left the client; empty when that was not its own decision.
+    std::string const& GetReasonToLeave() const { return reasonToLeave_; }
 
     bool IsValidMessage(std::string const& name) const override;
 
@@ -39,14 +39,14 @@ public:
 private:
     template <typename Action>
     void TryToAnswer(Action action) const;
-    void Leave(char const* reason) const;
+    void Leave(std::string const& reason) const;
     void AnswerError(tovu::util::Stream& stream, int code) const;
     void Answer(tovu::util::Stream& stream, std::string const& document) const;
     void SendFile(tovu::util::Stream& stream, std::string const& path) const;
 
     VolumeService& service_;
     std::atomic<bool> stopping_{false};
-    mutable char const* reasonToLeave_ = nullptr;  // the hooks, which leave, are const
+    mutable std::string reasonToLeave_;  // the hooks, which leave, are const
 };
 
 }  // namespace volume

@@ -214,6 +214,46 @@ TEST_F(VolumedTest, SurvivesResetsBeforeTheAnswerIsRead)
     EXPECT_EQ("<Echo>alive</Echo>|", Talk(*Connect(), Message("<Echo>alive</Echo>"), 1));
 }
 
+TEST_F(VolumedTest, AMessageIsNotBlamedForAClientThatGoesBeforeItsAnswerIsWritten)
+{
+    {
+        std::unique_ptr<ClientSocket> const client = Connect();
+        std::string const bytes = Message("<Echo>" + std::string(1 << 19, 'x') + "</Echo>");
+        client->Write(bytes.data(), static_cast<unsigned>(bytes.size()));
+        StreamSelector selector;
+        selector.AddStreamForReading(*client);
+        EXPECT_TRUE(selector.Select()) << "the answer has begun";
+    }
+    EXPECT_TRUE(AwaitLog("The client from local is left: its connection broke: ")) << Log();
+    EXPECT_EQ(std::string::npos, Log().find("Error ")) << Log();
+}
+
+// Each client that leaves has it try again, in vain.
+TEST_F(VolumedTest, TellsOnceThatItCannotAcceptClients)
+{
+    std::vector<std::unique_ptr<ClientSocket>> leaving;
+    for (int i = 0; i < 5; ++i) {
+        leaving.push_back(Connect());
+        EXPECT_EQ("<Echo></Echo>|", Talk(*leaving.back(), Message("<Echo/>"), 1));
+    }
+    rlimit limit = {};
+    ASSERT_EQ(0, prlimit(service_, RLIMIT_NOFILE, nullptr, &limit));
+    rlimit const nothingNew = {1, limit.rlim_max};
+    ASSERT_EQ(0, prlimit(service_, RLIMIT_NOFILE, &nothingNew, nullptr));
+
+    std::unique_ptr<ClientSocket> const waiting = Connect();
+    std::string const line = "A client cannot be accepted: Too many open files\n";
+    EXPECT_TRUE(AwaitLog(line)) << Log();
+    for (auto& client : leaving) {
+        std::size_t const logged = Log().size();
+        client.reset();
+        EXPECT_TRUE(Eventually([&] { return Log().find("has left.", logged) != std::string::npos; })) << Log();
+    }
+    ASSERT_EQ(0, prlimit(service_, RLIMIT_NOFILE, &limit, nullptr));
+    EXPECT_EQ("<Echo>served</Echo>|", Talk(*waiting, Message("<Echo>served</Echo>"), 1));
+    EXPECT_EQ(Log().find(line), Log().rfind(line)) << Log();
+}
+
 TEST_F(VolumedTest, SigTermAndSigIntEndItCleanlyWhileClientsAreConnected)
 {
     for (int signal : {SIGTERM, SIGINT}) {
