@@ -44,14 +44,16 @@ void PatientSocket::WriteAll(char const* bytes, unsigned length)
 void PatientSocket::AwaitRoom() const
 {
     for (int i = 0; i < PATIENCE; ++i) {
-        if (stopping_)
-            throw AnswerNotTaken{"the service stops"};
-
-        StreamSelector selector;
-        selector.AddStreamForWriting(*this);
         StreamSelector::TimeVal wait(0, WAIT_MICROSECONDS);
-        if (selector.Select(wait) && selector.IsStreamReadyForWriting(*this))
-            return;
+        do {
+            if (stopping_)
+                throw AnswerNotTaken{"the service stops"};
+
+            StreamSelector selector;
+            selector.AddStreamForWriting(*this);
+            if (selector.Select(wait) && selector.IsStreamReadyForWriting(*this))
+                return;
+        } while (wait.tv_usec != 0);  // a signal has interrupted it, and the rest of the time is left
     }
     throw AnswerNotTaken{"the client does not read its answer"};
 }

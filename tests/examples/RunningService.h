@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "ForeignPrograms.h"
+#include "Interruptions.h"
 #include "Latch.h"
 #include "TemporaryDirectory.h"
 #include "tovu/util/ClientSocket.h"
@@ -62,7 +63,8 @@ bool Eventually(Condition condition)
     return true;
 }
 
-// A service on a local socket and on TCP, once StartService was called.
+// A service on a local socket and on TCP, once StartService was called. Where tests are interrupted, it is the service
+// that is; its clients are sockets that throw then.
 class RunningService : public testing::Test
 {
 protected:
@@ -73,7 +75,11 @@ protected:
         std::string error;
     };
 
-    RunningService() : socket_(folder_ / "volumed.sock") {}
+    RunningService() : socket_(folder_ / "volumed.sock")
+    {
+        if (tovu::test::Interruptions::AreWanted())
+            tovu::test::Interruptions::End();
+    }
 
     ~RunningService() override
     {
@@ -92,6 +98,8 @@ protected:
     void StartService(std::vector<std::string> const& more)
     {
         std::vector<std::string> arguments = {VOLUMED, "--socket", socket_, "--listen", "127.0.0.1:0", "--foreground"};
+        if (tovu::test::Interruptions::AreWanted())
+            arguments.insert(arguments.begin(), {"/usr/bin/env", "LD_PRELOAD=" INTERRUPTER});
         arguments.insert(arguments.begin(), launcher_.begin(), launcher_.end());
         arguments.insert(arguments.end(), more.begin(), more.end());
         service_ = Start(arguments, folder_ / "output", folder_ / "log");

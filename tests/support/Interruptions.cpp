@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 namespace tovu { namespace test {
 
 namespace {
@@ -39,6 +41,11 @@ Interruptions::Interruptions(long microseconds)
 
 Interruptions::~Interruptions()
 {
+    End();
+}
+
+void Interruptions::End()
+{
     SetTimer(0);
     HandleWith(SIG_IGN);  // forgets a signal that is still on its way
     // A thread that was chosen already may take its signal later yet, when it runs again. The handler stays for that: the
@@ -49,6 +56,11 @@ Interruptions::~Interruptions()
 unsigned Interruptions::Count()
 {
     return count;
+}
+
+bool Interruptions::AreWanted()
+{
+    return std::getenv("TOVU_TEST_INTERRUPT") != nullptr;
 }
 
 }}  // namespace tovu::test

@@ -19,6 +19,12 @@ public:
 
     /// How many signals have come so far.
     static unsigned Count();
+
+    /// Ends those that are under way.
+    static void End();
+
+    /// True when the tests are run by tools/interrupt.
+    static bool AreWanted();
 };
 
 }}  // namespace tovu::test

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <cstdlib>
 #include <memory>
 #include <xercesc/util/PlatformUtils.hpp>
 
@@ -27,7 +26,7 @@ int main(int argc, char** argv)
     std::signal(SIGPIPE, SIG_IGN);            // a write to a closed pipe or connection is to fail with EPIPE
     xercesc::XMLPlatformUtils::Initialize();  // first: the parameters of tests may hold what the parser makes
     testing::InitGoogleTest(&argc, argv);
-    if (std::getenv("TOVU_TEST_INTERRUPT") != nullptr)
+    if (tovu::test::Interruptions::AreWanted())
         testing::UnitTest::GetInstance()->listeners().Append(new tovu::test::InterruptEveryTest);
     int const result = RUN_ALL_TESTS();
     xercesc::XMLPlatformUtils::Terminate();
