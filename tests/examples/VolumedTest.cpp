@@ -228,9 +228,12 @@ TEST_F(VolumedTest, AMessageIsNotBlamedForAClientThatGoesBeforeItsAnswerIsWritte
     EXPECT_EQ(std::string::npos, Log().find("Error ")) << Log();
 }
 
-// Each client that leaves has it try again, in vain.
+// Each client that leaves has it try again, in vain. One has left before: the undefined-behaviour sanitizer needs
+// descriptors when the first object of a class goes.
 TEST_F(VolumedTest, TellsOnceThatItCannotAcceptClients)
 {
+    EXPECT_EQ(0, ControlLocal({"info"}).status);
+    EXPECT_TRUE(AwaitLog(" has left.\n")) << Log();
     std::vector<std::unique_ptr<ClientSocket>> leaving;
     for (int i = 0; i < 5; ++i) {
         leaving.push_back(Connect());
