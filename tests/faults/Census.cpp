@@ -84,7 +84,7 @@ Census Census::Take()
 
 bool Census::HasTheResourcesOf(Census const& other) const
 {
-    return descriptors == other.descriptors && threads == other.threads;
+    return descriptors == other.descriptors && threads >= other.threads;
 }
 
 bool Census::HasTheMemoryOf(Census const& other, bool withParser) const

@@ -19,6 +19,7 @@ struct Census
     /// a moment.
     static Census Await(Census const& before);
 
+    /// The `other` may have fewer threads: one that was joined before this census was still in the books.
     bool HasTheResourcesOf(Census const& other) const;
     bool HasTheMemoryOf(Census const& other, bool withParser) const;
 };
