@@ -42,7 +42,8 @@ AnswerReader::AnswerReader(std::function<void(xercesc::DOMNode const&)> look) : 
 void AnswerReader::Read(Stream& stream)
 {
     unsigned char chunk[4096];
-    for (unsigned come = 0; !answered_; come += sizeof(chunk)) {
+    unsigned come = 0;
+    while (!answered_) {
         if (come > LIMITS.length)
             throw NoAnswer("the answer is too long");
         AwaitData(stream);
@@ -51,6 +52,7 @@ void AnswerReader::Read(Stream& stream)
         auto const used = delimiter != nullptr ? static_cast<unsigned>(delimiter - chunk + 1) : count;
         if (!ProcessMessages(stream, chunk, used))
             throw NoAnswer("the service closed the connection without an answer");
+        come += used;
         rest_.assign(chunk + used, chunk + count);
     }
 }
