@@ -26,16 +26,8 @@ void GuardedBroadcastMessageProcessor::Take(ServerBroadcastSocket& socket)
 void GuardedBroadcastMessageProcessor::ParseMessage(ServerBroadcastSocket& socket, unsigned char const* data,
                                                     unsigned length, Socket::Address const& sender) const
 {
-    Verdict verdict = guard_.Inspect(data, length);
-    if (verdict == Verdict::Accepted) {
-        try {
-            BroadcastMessageProcessor::ParseMessage(socket, data, length, sender);
-        } catch (std::exception const&) {
-            throw;  // of HandleError
-        } catch (...) {
-            verdict = Verdict::Failed;
-        }
-    }
+    Verdict const verdict =
+        guard_.Admit(data, length, [&] { BroadcastMessageProcessor::ParseMessage(socket, data, length, sender); });
     if (verdict != Verdict::Accepted)
         Refuse(verdict, length, sender);
 }

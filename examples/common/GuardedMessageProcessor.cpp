@@ -1,6 +1,5 @@
 #include "GuardedMessageProcessor.h"
 
-#include <exception>
 #include <limits>
 
 #include "tovu/util/LoggerMgr.h"
@@ -66,16 +65,7 @@ unsigned GuardedMessageProcessor::ParseMessage(Stream& stream, unsigned char con
     if (length == 0)
         return 0;
 
-    Verdict verdict = guard_.Inspect(data, length);
-    if (verdict == Verdict::Accepted) {
-        try {
-            MessageProcessor::ParseMessage(stream, data, length);
-        } catch (std::exception const&) {
-            throw;  // of HandleError: the peer could not be told
-        } catch (...) {
-            verdict = Verdict::Failed;
-        }
-    }
+    Verdict const verdict = guard_.Admit(data, length, [&] { MessageProcessor::ParseMessage(stream, data, length); });
     if (verdict != Verdict::Accepted)
         Refuse(verdict, stream, length);
     if (verdict == Verdict::TooLong)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <exception>
 
 namespace volume {
 
@@ -45,6 +46,24 @@ public:
 
     /// Looks at a message, given without its delimiter.
     Verdict Inspect(unsigned char const* data, unsigned length) const;
+
+    /// Looks at a message and, when it is accepted, has it parsed. What that throws passes out if it is a std::exception:
+    /// HandleError could not tell the peer. Anything else makes the verdict Failed.
+    template <typename Parse>
+    Verdict Admit(unsigned char const* data, unsigned length, Parse parse) const
+    {
+        Verdict const verdict = Inspect(data, length);
+        if (verdict != Verdict::Accepted)
+            return verdict;
+        try {
+            parse();
+            return Verdict::Accepted;
+        } catch (std::exception const&) {
+            throw;
+        } catch (...) {
+            return Verdict::Failed;
+        }
+    }
 
     /// Counts a refusal.
     /// \return How many there were for that reason, this one included.

@@ -485,22 +485,18 @@ long ftell(FILE* file)
 
 int fprintf(FILE* file, char const* format, ...)
 {
-    if (Fails(Call::fprintf))
-        return Failed(-1);
     va_list arguments;
     va_start(arguments, format);
-    int const result = vfprintf(file, format, arguments);
+    int const result = Fails(Call::fprintf) ? Failed(-1) : vfprintf(file, format, arguments);
     va_end(arguments);
     return result;
 }
 
 int __fprintf_chk(FILE* file, int /*flag*/, char const* format, ...)
 {
-    if (Fails(Call::fprintf))
-        return Failed(-1);
     va_list arguments;
     va_start(arguments, format);
-    int const result = vfprintf(file, format, arguments);
+    int const result = Fails(Call::fprintf) ? Failed(-1) : vfprintf(file, format, arguments);
     va_end(arguments);
     return result;
 }
