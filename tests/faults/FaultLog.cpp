@@ -12,6 +12,7 @@
 #include <memory>
 #include <mutex>
 
+#include "AddLogger.h"
 #include "Latch.h"
 #include "tovu/util/LoggerMgr.h"
 
@@ -94,12 +95,9 @@ void FaultLog::Install()
         return;
     _installed = true;
 
-    LoggerMgr& manager = LoggerMgr::Instance();
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // auto_ptr is part of the interface
-    manager.AddLogger(std::auto_ptr<Logger>(new StoringLogger));
-#pragma GCC diagnostic pop
-    manager.Init("faults", LoggerMgr::LEVEL_DEBUG, LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION, 0);
+    AddLogger(new StoringLogger);
+    LoggerMgr::Instance().Init("faults", LoggerMgr::LEVEL_DEBUG, LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION,
+                               0);
 }
 
 void FaultLog::Take(Text& text)

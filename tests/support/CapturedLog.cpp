@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 
+#include "AddLogger.h"
 #include "Latch.h"
 #include "tovu/util/LoggerMgr.h"
 
@@ -46,12 +47,8 @@ public:
 
 bool Install()
 {
-    LoggerMgr& manager = LoggerMgr::Instance();
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // auto_ptr is part of the interface
-    manager.AddLogger(std::auto_ptr<Logger>(new CapturingLogger));
-#pragma GCC diagnostic pop
-    manager.Init("test", LoggerMgr::LEVEL_DEBUG, LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION, 0);
+    AddLogger(new CapturingLogger);
+    LoggerMgr::Instance().Init("test", LoggerMgr::LEVEL_DEBUG, LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION, 0);
     return true;
 }
 

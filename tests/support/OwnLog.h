@@ -8,20 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "AddLogger.h"
 #include "Latch.h"
 #include "tovu/util/Logger.h"
 #include "tovu/util/LoggerMgr.h"
 
 namespace tovu { namespace test {
-
-/// Gives the process's log manager a sink, to own.
-inline void AddLogger(util::Logger* logger)
-{
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // auto_ptr is part of the interface
-    util::LoggerMgr::Instance().AddLogger(std::auto_ptr<util::Logger>(logger));
-#pragma GCC diagnostic pop
-}
 
 /// The lines of a process that has its log for itself, a child: it gives the one log manager a sink, which can be held
 /// up, and starts it at level Info. One for each process.
