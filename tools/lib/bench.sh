@@ -1,0 +1,6 @@
+# shellcheck shell=bash disable=SC2034
+# What the benchmarks need. Sourced, not run.
+
+# Their own library, and the libraries that they measure beside ours.
+BENCH_PACKAGES=(libbenchmark-dev libboost-all-dev libexpat1-dev libfmt-dev libpoco-dev libpugixml-dev libspdlog-dev
+    libxml2-dev pkg-config uuid-dev)
