@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
 #include <functional>
 #include <locale>
 #include <stdexcept>
@@ -383,6 +384,17 @@ TEST_F(GUIDDeviceTest, DeviceThatGivesTooLittleIsNoFailure)
 {
     test::WriteFile(path_, "12345678");
     WithDevice([] { EXPECT_EQ("313233343536", GUID::FromRandom().ToString().substr(0, 12)); });
+}
+
+TEST_F(GUIDDeviceTest, DeviceThatCannotBeReadIsNoFailure)
+{
+    ASSERT_EQ(0, symlink("/proc/self/mem", path_.c_str()));  // nothing is mapped where it starts
+    WithDevice([] {
+        std::ifstream device("/dev/urandom");
+        device.get();
+        EXPECT_TRUE(device.bad());
+        EXPECT_EQ("00000000000040008000000000000000", GUID::FromRandom().ToString());
+    });
 }
 
 TEST_F(GUIDDeviceTest, SixteenBytesAreTaken)

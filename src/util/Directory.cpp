@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <utility>
 #include <xercesc/dom/DOMNamedNodeMap.hpp>
 #include <xercesc/dom/DOMNode.hpp>
 
@@ -26,6 +27,7 @@ constexpr std::int32_t NO_DATE = -1;
 constexpr char const* FILE_TEXT = "file";
 constexpr char const* FOLDER_TEXT = "folder";
 constexpr char const* INVALID_TEXT = "invalid";
+constexpr std::size_t LONGEST_MARKUP = 162;  // of an entry as XML, without the name
 
 int Mode2Type(unsigned mode)
 {
@@ -50,10 +52,9 @@ void SetDates(Dated& dated, internal::FileStatus const& status)
     dated.lastModifiedDate = status.lastModifiedDate;
 }
 
-void SetEntry(Directory::Entry& entry, std::string const& name, internal::FileStatus const& status)
+void SetStatus(Directory::Entry& entry, internal::FileStatus const& status)
 {
     entry.type = Mode2Type(status.mode);
-    entry.name = name;
     SetDates(entry, status);
     entry.size = status.size;
 }
@@ -94,17 +95,20 @@ bool Directory::GetNextEntry(Entry& entry)
     if (name == nullptr)
         return false;
 
-    Describe(name, entry);
+    entry.name = name;  // where it belongs in the end: no text of its own is made for it
+    Describe(entry.name, entry);
     return true;
 }
 
 void Directory::Describe(std::string const& name, Entry& entry) const
 {
     internal::FileStatus status;
-    if (internal::QueryLink(MakePath(path_, name), status))
-        SetEntry(entry, name, status);
-    else
+    if (!internal::QueryLink(MakePath(path_, name), status)) {
         entry = Entry::Empty;
+        return;
+    }
+    entry.name = name;
+    SetStatus(entry, status);
 }
 
 void Directory::Close()
@@ -125,8 +129,10 @@ Directory::Entry::Entry() noexcept
 Directory::Entry::Entry(std::string const& path) : Entry()
 {
     internal::FileStatus status;
-    if (internal::QueryFile(path, status))
-        SetEntry(*this, Path(path).GetFullFileName(), status);
+    if (!internal::QueryFile(path, status))
+        return;
+    name = Path(path).GetFullFileName();
+    SetStatus(*this, status);
 }
 
 std::string Directory::Entry::type2string(int type)
@@ -152,13 +158,15 @@ int Directory::Entry::string2type(std::string const& text)
 
 std::string Directory::Entry::ToString(int /*indent*/) const
 {
-    std::string text = "<Entry type = \"" + type2string(type);
-    text += "\" name = \"" + Encodestring(name);
-    text += "\" lastStatusDate = \"" + std::to_string(lastStatusDate);
-    text += "\" lastAccessedDate = \"" + std::to_string(lastAccessedDate);
-    text += "\" lastModifiedDate = \"" + std::to_string(lastModifiedDate);
-    text += "\" size = \"" + std::to_string(size);
-    text += "\"/>";
+    std::string text;
+    text.reserve(LONGEST_MARKUP + name.size());
+    text.append("<Entry type = \"").append(type2string(type));
+    text.append("\" name = \"").append(Encodestring(name));
+    text.append("\" lastStatusDate = \"").append(std::to_string(lastStatusDate));
+    text.append("\" lastAccessedDate = \"").append(std::to_string(lastAccessedDate));
+    text.append("\" lastModifiedDate = \"").append(std::to_string(lastModifiedDate));
+    text.append("\" size = \"").append(std::to_string(size));
+    text.append("\"/>");
     return text;
 }
 
@@ -172,7 +180,7 @@ void Directory::Entry::Parse(xercesc::DOMNode const& node)
     parsed.lastAccessedDate = ParseDate(GetAttributeValue("lastAccessedDate", attributes));
     parsed.lastModifiedDate = ParseDate(GetAttributeValue("lastModifiedDate", attributes));
     parsed.size = static_cast<std::uint64_t>(std::strtoll(GetAttributeValue("size", attributes).c_str(), nullptr, 10));
-    *this = parsed;
+    *this = std::move(parsed);
 }
 
 }}  // namespace tovu::util

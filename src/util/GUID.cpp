@@ -30,6 +30,16 @@ int Compare(GUID const& left, GUID const& right)
     return std::memcmp(left.GetBytes(), right.GetBytes(), SIZE);
 }
 
+// Nobody looks at how many bytes come, nor at a read that fails.
+void ReadBytes(std::filebuf& device, unsigned char* bytes)
+{
+    try {
+        device.sgetn(reinterpret_cast<char*>(bytes), SIZE);
+    } catch (std::ios_base::failure const&) {
+        return;
+    }
+}
+
 }  // namespace
 
 GUID const GUID::Empty(static_cast<unsigned char>(0xFF));
@@ -47,14 +57,13 @@ GUID::GUID(std::string const& text) : bytes_()
 
 GUID GUID::FromRandom()
 {
-    std::ifstream device;
-    device.rdbuf()->pubsetbuf(nullptr, 0);  // the default buffer would take 8 KiB from the device for these 16 bytes
-    device.open("/dev/urandom", std::ios::in | std::ios::binary);
-    if (!device.is_open())
+    std::filebuf device;           // the stream around it would look up the facets of its locale each time
+    device.pubsetbuf(nullptr, 0);  // the default buffer would take 8 KiB from the device for these 16 bytes
+    if (device.open("/dev/urandom", std::ios::in | std::ios::binary) == nullptr)
         throw std::runtime_error("failed to open random device.");
 
     GUID guid(static_cast<unsigned char>(0));
-    device.read(reinterpret_cast<char*>(guid.bytes_), sizeof(guid.bytes_));
+    ReadBytes(device, guid.bytes_);
 
     guid.bytes_[8] = static_cast<unsigned char>((guid.bytes_[8] & 0xBF) | 0x80);  // the variant
     guid.bytes_[6] = static_cast<unsigned char>((guid.bytes_[6] & 0x4F) | 0x40);  // the version
@@ -63,11 +72,10 @@ GUID GUID::FromRandom()
 
 std::string GUID::ToString() const
 {
-    std::string text;
-    text.reserve(TEXT_SIZE);
-    for (unsigned char const byte : bytes_) {
-        text += DIGITS[byte >> 4];
-        text += DIGITS[byte & 0xF];
+    std::string text(TEXT_SIZE, '0');
+    for (std::size_t i = 0; i < SIZE; ++i) {
+        text[2 * i] = DIGITS[bytes_[i] >> 4];
+        text[2 * i + 1] = DIGITS[bytes_[i] & 0xF];
     }
     return text;
 }

@@ -30,11 +30,38 @@ std::string::size_type FindLastSeparator(std::string const& path, std::string::s
     return slash != std::string::npos ? slash : path.rfind(BACKSLASH, end);
 }
 
-// The first slash from `start` on, and without one the first backslash from there.
-std::string::size_type FindSeparator(std::string const& path, std::string::size_type start)
+// Where the full file name begins.
+std::string::size_type FindName(std::string const& path)
 {
-    std::string::size_type const slash = path.find(SLASH, start);
-    return slash != std::string::npos ? slash : path.find(BACKSLASH, start);
+    std::string::size_type const separator = FindLastSeparator(path);
+    return separator == std::string::npos ? 0 : separator + 1;
+}
+
+// The last dot of the full file name, which begins at `name`.
+std::string::size_type FindLastDot(std::string const& path, std::string::size_type name)
+{
+    std::string::size_type const dot = path.rfind('.');
+    return dot == std::string::npos || dot < name ? std::string::npos : dot;
+}
+
+void AppendUnlessEmpty(std::list<std::string>& components, std::string const& path, std::string::size_type start,
+                       std::string::size_type end)
+{
+    if (end != start)
+        components.push_back(path.substr(start, end - start));
+}
+
+// Appends the components that end with this separator. Begins at `start` and returns where the rest begins.
+std::string::size_type AppendEnded(std::list<std::string>& components, std::string const& path,
+                                   std::string::size_type start, char separator)
+{
+    std::string::size_type end = path.find(separator, start);
+    while (end != std::string::npos) {
+        AppendUnlessEmpty(components, path, start, end);
+        start = end + 1;
+        end = path.find(separator, start);
+    }
+    return start;
 }
 
 }  // namespace
@@ -62,7 +89,9 @@ std::string Path::Basic() const
 
 std::string Path::Canonicalize() const
 {
-    return EndsWithSeparator(path_) ? path_ : path_ + SLASH;
+    if (EndsWithSeparator(path_))
+        return path_;
+    return MakePath(path_, std::string(1, SLASH));
 }
 
 std::string Path::ToNativePathSeparator() const
@@ -74,28 +103,21 @@ std::string Path::ToNativePathSeparator() const
 
 void Path::GetComponents(std::list<std::string>& components) const
 {
-    std::string::size_type start = 0;
-    for (;;) {
-        std::string::size_type const separator = FindSeparator(path_, start);
-        std::string::size_type const end = std::min(separator, path_.size());
-        if (end != start)
-            components.push_back(path_.substr(start, end - start));
-        if (separator == std::string::npos)
-            return;
-        start = separator + 1;
-    }
+    std::string::size_type const behindSlashes = AppendEnded(components, path_, 0, SLASH);
+    std::string::size_type const last = AppendEnded(components, path_, behindSlashes, BACKSLASH);
+    AppendUnlessEmpty(components, path_, last, path_.size());
 }
 
 std::string Path::GetFullFileName() const
 {
-    std::string::size_type const separator = FindLastSeparator(path_);
-    return separator == std::string::npos ? path_ : path_.substr(separator + 1);
+    return path_.substr(FindName(path_));
 }
 
 std::string Path::GetFileName() const
 {
-    std::string const name = GetFullFileName();
-    return name.substr(0, name.rfind('.'));
+    std::string::size_type const name = FindName(path_);
+    std::string::size_type const dot = FindLastDot(path_, name);
+    return path_.substr(name, std::min(dot, path_.size()) - name);
 }
 
 std::string Path::GetDirectory() const
@@ -106,9 +128,8 @@ std::string Path::GetDirectory() const
 
 std::string Path::GetExtension() const
 {
-    std::string const name = GetFullFileName();
-    std::string::size_type const dot = name.rfind('.');
-    return dot == std::string::npos ? std::string() : name.substr(dot + 1);
+    std::string::size_type const dot = FindLastDot(path_, FindName(path_));
+    return dot == std::string::npos ? std::string() : path_.substr(dot + 1);
 }
 
 std::string Path::RemovePrefix(std::string const& prefix) const
@@ -134,7 +155,9 @@ std::string Path::GetDirectoryName() const
 
 std::string MakePath(std::string const& a, std::string const& b)
 {
-    std::string path = a;
+    std::string path;
+    path.reserve(a.size() + 1 + b.size());
+    path += a;
     if (!a.empty() && !IsSeparator(a.back()) && !b.empty() && !IsSeparator(b.front()))
         path += SLASH;
     path += b;

@@ -57,13 +57,11 @@ StatusParams::DISK_INFO StalledInfo(char const* status)
     return info;
 }
 
-std::string Trim(std::string const& text)
+void Trim(std::string& text)
 {
     char const* const whiteSpace = " \t\n\v\f\r";
-    std::string::size_type const first = text.find_first_not_of(whiteSpace);
-    if (first == std::string::npos)
-        return std::string();
-    return text.substr(first, text.find_last_not_of(whiteSpace) - first + 1);
+    text.erase(text.find_last_not_of(whiteSpace) + 1);  // all of it where there is nothing else
+    text.erase(0, text.find_first_not_of(whiteSpace));
 }
 
 }  // namespace
@@ -218,7 +216,8 @@ unsigned long long StatusParams::ParseMemInfo(std::string const& key, std::strin
     std::string::size_type const unit = text.find("kB");
     if (unit == std::string::npos)
         return 0;
-    text = Trim(text.substr(0, unit));
+    text.erase(unit);
+    Trim(text);
 
     unsigned long long value = 0;
     std::istringstream stream(text);

@@ -80,12 +80,28 @@ __attribute__((noinline)) void* operator new(std::size_t size)
     return memory;
 }
 
+// The arrays as well: a sanitizer has functions of its own for them, which do not come here.
+__attribute__((noinline)) void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+
 __attribute__((noinline)) void operator delete(void* memory) noexcept
 {
     tovu::test::Free(memory);
 }
 
 __attribute__((noinline)) void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    tovu::test::Free(memory);
+}
+
+__attribute__((noinline)) void operator delete[](void* memory) noexcept
+{
+    tovu::test::Free(memory);
+}
+
+__attribute__((noinline)) void operator delete[](void* memory, std::size_t /*size*/) noexcept
 {
     tovu::test::Free(memory);
 }
