@@ -162,6 +162,7 @@ std::map<std::string, std::string> const DO_NOT_FAIL = {
     {"raise", MEMORY_ALONE},
     {"snprintf", "writes numbers into a buffer that has room for any"},
     {"strchr", MEMORY_ALONE},
+    {"strcmp", MEMORY_ALONE},
     {"strerror_r", "called by Boost for texts that nobody asks for"},
     {"strftime", "writes into a buffer that has room for any date"},
     {"strlen", MEMORY_ALONE},
