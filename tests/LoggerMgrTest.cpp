@@ -466,6 +466,19 @@ TEST_F(LoggerMgrTest, LongNameAndLongFileStandInTheHeaderWhole)
     EXPECT_EQ(name + "  " + file + ":42 ", manager_->Deq().first);
 }
 
+TEST_F(LoggerMgrTest, LocationIsThatOfPrintfForNoFileAndForAnyLine)
+{
+    InitWithoutThread(*manager_, "", 0, LoggerMgr::HEADER_LOCATION);
+    manager_->Log(1, nullptr, 0, "message");
+    EXPECT_EQ(" (null):0 ", manager_->Deq().first);
+    manager_->Log(1, FILE_NAME, INT_MAX, "message");
+    EXPECT_EQ(" src/Volume.cpp:2147483647 ", manager_->Deq().first);
+    manager_->Log(1, FILE_NAME, UINT_MAX, "message");
+    EXPECT_EQ(" src/Volume.cpp:-1 ", manager_->Deq().first);
+    manager_->Log(1, FILE_NAME, unsigned{INT_MAX} + 1, "message");
+    EXPECT_EQ(" src/Volume.cpp:-2147483648 ", manager_->Deq().first);
+}
+
 TEST_F(LoggerMgrTest, ThreadIdIsThatOfTheCaller)
 {
     InitWithoutThread(*manager_, "", 0, LoggerMgr::HEADER_THREAD);
@@ -536,6 +549,52 @@ TEST_F(LoggerMgrTest, ChangedTimeZoneShowsFromTheNextSecondOn)
     StoppedClock::SetZone("ABC+2");
     StoppedClock::SetTime(1700000031);
     EXPECT_EQ("Nov 14 20:13:51  ", HeaderFor(LoggerMgr::HEADER_TIME));
+}
+
+TEST_F(LoggerMgrTest, ChangedTimeZoneShowsWithinTheSecond)
+{
+    StoppedClock const clock(1700000032);
+    std::pair<char const*, char const*> const zones[] = {{"UTC0", "Nov 14 22:13:52  "},  {"ABC+2", "Nov 14 20:13:52  "},
+                                                         {"ABC+1", "Nov 14 21:13:52  "}, {"UTC0", "Nov 14 22:13:52  "},
+                                                         {"ABC-1", "Nov 14 23:13:52  "}, {"", "Nov 14 22:13:52  "}};
+    for (auto const& zone : zones) {
+        StoppedClock::SetZone(zone.first);
+        EXPECT_EQ(zone.second, HeaderFor(LoggerMgr::HEADER_TIME)) << zone.first;
+        EXPECT_EQ(zone.second, HeaderFor(LoggerMgr::HEADER_TIME)) << zone.first;
+    }
+}
+
+// What localtime makes of the stopped second.
+std::string LocalTime()
+{
+    std::time_t const now = stoppedTime;
+    char text[100];
+    std::strftime(text, sizeof(text), "%b %d %T", std::localtime(&now));
+    return text;
+}
+
+TEST_F(LoggerMgrTest, TimeZoneThatIsTakenAwayIsThatOfTheSystemWithinTheSecond)
+{
+    StoppedClock const clock(1700000033, "ABC+7");
+    EXPECT_EQ("Nov 14 15:13:53  ", HeaderFor(LoggerMgr::HEADER_TIME));
+    unsetenv("TZ");
+    EXPECT_EQ(LocalTime() + "  ", HeaderFor(LoggerMgr::HEADER_TIME));
+    StoppedClock::SetZone("ABC+7");
+    EXPECT_EQ("Nov 14 15:13:53  ", HeaderFor(LoggerMgr::HEADER_TIME));
+}
+
+// Names of zones that do not fit where the last one is kept, and one that does by a byte, which differ at their end.
+TEST_F(LoggerMgrTest, TimeZoneOfAnyLengthShowsWithinTheSecond)
+{
+    StoppedClock const clock(1700000034);
+    for (std::size_t letters : {96u, 97u, 98u, 200u, 97u}) {
+        for (char const* offset : {"+3", "+4", "+3"}) {
+            StoppedClock::SetZone((std::string(letters, 'Z') + offset).c_str());
+            std::string const expected = LocalTime() + "  ";
+            EXPECT_EQ(expected, HeaderFor(LoggerMgr::HEADER_TIME)) << letters << offset;
+            EXPECT_EQ(expected, HeaderFor(LoggerMgr::HEADER_TIME)) << letters << offset;
+        }
+    }
 }
 
 // Messages.

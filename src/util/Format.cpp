@@ -1,5 +1,6 @@
 #include "tovu/util/Format.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <memory>
@@ -13,21 +14,47 @@ namespace {
 
 constexpr unsigned BYTES_PER_LINE = 16;
 
+// The bytes as a text column shows them. The locale is asked once for each value that occurs.
+class TextColumn
+{
+public:
+    char Show(unsigned char byte)
+    {
+        char& shown = shown_[byte];
+        if (shown == '\0')
+            shown = std::isprint(byte) != 0 ? static_cast<char>(byte) : '.';
+        return shown;
+    }
+
+private:
+    char shown_[256] = {};
+};
+
+// Each line has its bytes as text besides the 48 characters of digits, the blank and the line feed.
+std::size_t HexDumpSize(std::size_t length)
+{
+    std::size_t const lines = (length + BYTES_PER_LINE - 1) / BYTES_PER_LINE;
+    return lines * (3 * BYTES_PER_LINE + 2) + length;
+}
+
 // Writes one line of a hex dump; fewer than 16 bytes are padded, so that the text column stays aligned.
-void WriteHexLine(std::ostream& stream, unsigned char const* bytes, unsigned count)
+void WriteHexLine(std::streambuf& buffer, unsigned char const* bytes, unsigned count, TextColumn& column)
 {
     static char const digits[] = "0123456789abcdef";
 
-    for (unsigned i = 0; i < count; ++i)
-        stream.put(digits[bytes[i] >> 4]).put(digits[bytes[i] & 0xf]).put(' ');
-    stream.put(' ');
+    for (unsigned i = 0; i < count; ++i) {
+        buffer.sputc(digits[bytes[i] >> 4]);
+        buffer.sputc(digits[bytes[i] & 0xf]);
+        buffer.sputc(' ');
+    }
+    buffer.sputc(' ');
 
-    for (unsigned i = count; i < BYTES_PER_LINE; ++i)
-        stream << "   ";
+    for (unsigned i = 3 * count; i < 3 * BYTES_PER_LINE; ++i)
+        buffer.sputc(' ');
 
     for (unsigned i = 0; i < count; ++i)
-        stream.put(std::isprint(bytes[i]) != 0 ? static_cast<char>(bytes[i]) : '.');
-    stream.put('\n');
+        buffer.sputc(column.Show(bytes[i]));
+    buffer.sputc('\n');
 }
 
 }  // namespace
@@ -75,12 +102,18 @@ std::string HexFormatBuffer(void const* data, unsigned length)
     if (data == nullptr || length == 0)
         return std::string();
 
-    std::ostringstream stream;
+    // The stream has the dump's size from the start and is written through its buffer: it neither grows, nor does it
+    // look at its own state for every byte.
+    std::ostringstream stream(std::string(HexDumpSize(length), ' '));
+    std::streambuf& buffer = *stream.rdbuf();
+    TextColumn column;
     auto const* bytes = static_cast<unsigned char const*>(data);
-    for (; length >= BYTES_PER_LINE; bytes += BYTES_PER_LINE, length -= BYTES_PER_LINE)
-        WriteHexLine(stream, bytes, BYTES_PER_LINE);
-    if (length != 0)
-        WriteHexLine(stream, bytes, length);
+    while (length != 0) {
+        unsigned const count = std::min(length, BYTES_PER_LINE);
+        WriteHexLine(buffer, bytes, count, column);
+        bytes += count;
+        length -= count;
+    }
     return stream.str();
 }
 

@@ -13,13 +13,13 @@
 #include <memory>
 
 #include "DestructorGuard.h"
+#include "HostName.h"
 #include "tovu/util/Exception.h"
 
 namespace tovu { namespace util {
 
 namespace {
 
-constexpr std::size_t HOST_NAME_SIZE = 256;
 constexpr std::size_t INTERFACE_RECORDS_SIZE = 4096;
 
 // The longest path that Address keeps; one byte of the field is left for the closing NUL.
@@ -216,8 +216,8 @@ Socket::Address Socket::GetHostAddress() const
 
 std::string Socket::GetHostName()
 {
-    char name[HOST_NAME_SIZE] = "";
-    static_cast<void>(gethostname(name, sizeof(name)));
+    char name[internal::HOST_NAME_SIZE];
+    internal::ReadHostName(name);
     return name;
 }
 

@@ -1,5 +1,8 @@
 #include "TimeText.h"
 
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 namespace tovu { namespace util { namespace internal {
@@ -8,28 +11,53 @@ static_assert(sizeof(time_t) == 8, "compiled with 64-bit times on every build");
 
 namespace {
 
-// The text of the second that the calling thread asked for last. Making one reads the time zone's file, which costs more
-// than the rest of a line; within a second the text stays the same. A changed zone shows from the next second on.
+constexpr std::size_t ZONE_SIZE = 100;
+
+// The text that the calling thread asked for last, and what it was made of: the second and the text of TZ. To make one
+// costs more than the rest of a line, above all where TZ is not set and the system's zone is looked up in its file.
 struct TimeText
 {
+    bool isKept;
     time_t second;
+    bool hasZone;  // TZ was set, be it to nothing
+    char zone[ZONE_SIZE];
     char text[100];
 };
-thread_local TimeText lastTime = {-1, ""};
+thread_local TimeText lastTime = {false, 0, false, "", ""};
+
+bool IsOf(TimeText const& time, time_t now, char const* zone)
+{
+    if (!time.isKept || time.second != now || time.hasZone != (zone != nullptr))
+        return false;
+    return zone == nullptr || std::strcmp(zone, time.zone) == 0;
+}
+
+// The text for a zone that is too long is made anew each time.
+void Make(TimeText& result, time_t now, char const* zone)
+{
+    tm local;
+    tzset();  // localtime_r alone may keep the zone that it saw first
+    localtime_r(&now, &local);
+    strftime(result.text, sizeof(result.text), "%b %d %T", &local);
+
+    std::size_t const zoneSize = zone == nullptr ? 0 : std::strlen(zone) + 1;
+    result.isKept = zoneSize <= ZONE_SIZE;
+    result.second = now;
+    result.hasZone = zone != nullptr;
+    if (result.isKept)
+        std::copy_n(zone, zoneSize, result.zone);
+}
 
 }  // namespace
 
 char const* CurrentTimeText()
 {
+    TimeText& last = lastTime;
     time_t const now = time(nullptr);
-    if (now != lastTime.second) {
-        tm local;
-        tzset();  // localtime_r alone may keep the zone that it saw first
-        localtime_r(&now, &local);
-        strftime(lastTime.text, sizeof(lastTime.text), "%b %d %T", &local);
-        lastTime.second = now;
-    }
-    return lastTime.text;
+    char const* const zone = std::getenv("TZ");  // NOLINT(concurrency-mt-unsafe): tzset reads it in the same way
+    if (!IsOf(last, now, zone))
+        Make(last, now, zone);
+    return last.text;
 }
 
 }}}  // namespace tovu::util::internal

@@ -37,13 +37,13 @@ namespace tovu { namespace util {
 /// Guarantees:
 ///   - lines reach the sinks in the order in which their callers took the manager's mutex, each sink in the order in
 ///     which it was added;
-///   - sinks are called outside the mutex, so they may log.
+///   - sinks are called outside the mutex, so they may log;
+///   - a change of TZ shows in the next line, one of the system's own time zone from the next second on.
 ///
 /// Requirements:
 ///   - all sinks are added before Init, and Init is called once;
 ///   - the queue has no bound: a sink that blocks makes it grow. Lines still queued when the process ends are lost;
-///   - other threads log no more when `main` returns: while static objects are destroyed, Instance begins to throw;
-///   - the time zone stays while lines are logged: a changed one shows from the next second on.
+///   - other threads log no more when `main` returns: while static objects are destroyed, Instance begins to throw.
 ///
 /// Errors: std::bad_alloc; boost::lock_error from the mutex.
 class LoggerMgr : public Thread, public Singleton<LoggerMgr>

@@ -1,0 +1,277 @@
+// What does a logged line cost its caller, what the whole process, and how fast do lines come through until the last
+// one has reached the sink? Beside it spdlog's asynchronous logger with the same fields and a sink that takes the
+// finished line and drops it as ours does, with its default queue and with one that never fills. One iteration logs
+// LINES lines from as many threads as the name says. And what does a call cost whose level is not wanted?
+
+#include "tovu/util/LoggerMgr.h"
+
+#include <benchmark/benchmark.h>
+#include <semaphore.h>
+#include <spdlog/async_logger.h>
+#include <spdlog/details/thread_pool.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/base_sink.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cctype>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+using tovu::util::Logger;
+using tovu::util::LoggerMgr;
+
+namespace {
+
+constexpr unsigned LINES = 24000;
+constexpr std::size_t DEFAULT_QUEUE = 8192;  // of spdlog
+constexpr std::size_t LARGE_QUEUE = 32768;   // has room for an iteration
+constexpr unsigned LOCATED_LINE = LoggerMgr::HEADER_TIME | LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION;
+constexpr unsigned EVERY_FIELD = 0xff;
+
+constexpr char const* FILE_NAME = "src/util/Volume.cpp";
+constexpr int LINE = 123;
+
+double SecondsOf(clockid_t clock)
+{
+    timespec now = {0, 0};
+    clock_gettime(clock, &now);
+    return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
+}
+
+// The lines that have reached a sink.
+class Arrivals
+{
+public:
+    Arrivals() { sem_init(&complete_, 0, 0); }
+    Arrivals(Arrivals const&) = delete;
+    Arrivals& operator=(Arrivals const&) = delete;
+
+    // Makes WaitForAll return once so many more have come.
+    void Expect(unsigned count) { missing_ = count; }
+
+    void WaitForAll()
+    {
+        while (sem_wait(&complete_) != 0) {
+        }
+    }
+
+    // Keeps the texts of the last one.
+    void Add(char const* const header, std::size_t headerSize, char const* const message, std::size_t messageSize)
+    {
+        benchmark::DoNotOptimize(header);
+        benchmark::DoNotOptimize(message);
+        if (missing_.fetch_sub(1) != 1)
+            return;
+        last_.assign(header, headerSize).append(message, messageSize);
+        sem_post(&complete_);
+    }
+
+    std::string const& GetLast() const { return last_; }
+
+private:
+    std::atomic<unsigned> missing_{0};
+    std::string last_;
+    sem_t complete_;
+};
+
+class DroppingSink : public Logger
+{
+public:
+    explicit DroppingSink(Arrivals& arrivals) : arrivals_(arrivals) {}
+
+    void Log(std::string const& header, std::string const& message) override
+    {
+        arrivals_.Add(header.data(), header.size(), message.data(), message.size());
+    }
+
+private:
+    Arrivals& arrivals_;
+};
+
+class DroppingPeerSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
+{
+public:
+    explicit DroppingPeerSink(Arrivals& arrivals) : arrivals_(arrivals) {}
+
+protected:
+    void sink_it_(spdlog::details::log_msg const& message) override
+    {
+        spdlog::memory_buf_t line;
+        formatter_->format(message, line);
+        arrivals_.Add(line.data(), line.size(), "", 0);
+    }
+    void flush_() override {}
+
+private:
+    Arrivals& arrivals_;
+};
+
+// A manager with a thread and a sink; both live until the process ends, as the one manager does.
+class Ours
+{
+public:
+    explicit Ours(unsigned flags) : arrivals_(*new Arrivals), manager_(*new LoggerMgr)
+    {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // auto_ptr is part of the interface
+        manager_.AddLogger(std::auto_ptr<Logger>(new DroppingSink(arrivals_)));
+#pragma GCC diagnostic pop
+        manager_.Init("volumed", LoggerMgr::LEVEL_INFO, flags, 0);
+    }
+
+    Arrivals& GetArrivals()
+    {
+        return arrivals_;
+    }
+
+    // What TOVU_LOG does, with this manager in the place of the one: that has one set of flags for the whole process.
+    void LogLine(unsigned number)
+    {
+        if (LoggerMgr::LEVEL_INFO <= (LoggerMgr::Instance(), manager_).GetLevel())
+            (LoggerMgr::Instance(), manager_)
+                .Log(LoggerMgr::LEVEL_INFO, FILE_NAME, LINE, "volume %s has %u files\n", "photos", number);
+    }
+
+private:
+    Arrivals& arrivals_;
+    LoggerMgr& manager_;
+};
+
+class Peer
+{
+public:
+    explicit Peer(std::size_t queueSize)
+        : pool_(std::make_shared<spdlog::details::thread_pool>(queueSize, 1)),
+          logger_(
+              std::make_shared<spdlog::async_logger>("volumed", std::make_shared<DroppingPeerSink>(arrivals_), pool_))
+    {
+        logger_->set_pattern("%b %d %T  %l %g:%# %v");
+    }
+
+    Arrivals& GetArrivals() { return arrivals_; }
+
+    void LogLine(unsigned number)
+    {
+        logger_->log(spdlog::source_loc{FILE_NAME, LINE, ""}, spdlog::level::info, "volume {} has {} files", "photos",
+                     number);
+    }
+
+private:
+    Arrivals arrivals_;
+    std::shared_ptr<spdlog::details::thread_pool> pool_;
+    std::shared_ptr<spdlog::async_logger> logger_;
+};
+
+// Logs a share of the lines, and tells what it has cost the thread.
+template <typename Target>
+void LogShare(Target& target, unsigned count, double& seconds)
+{
+    double const start = SecondsOf(CLOCK_THREAD_CPUTIME_ID);
+    for (unsigned i = 0; i < count; ++i)
+        target.LogLine(i);
+    seconds = SecondsOf(CLOCK_THREAD_CPUTIME_ID) - start;
+}
+
+template <typename Target>
+void LogLines(benchmark::State& state, Target& target)
+{
+    auto const threadCount = static_cast<unsigned>(state.range(0));
+    std::vector<double> callerSeconds(threadCount);
+    double callers = 0;
+    double process = 0;
+    double elapsed = 0;
+    for (auto _ : state) {
+        double const start = SecondsOf(CLOCK_MONOTONIC);
+        double const processStart = SecondsOf(CLOCK_PROCESS_CPUTIME_ID);
+        target.GetArrivals().Expect(LINES);
+        std::vector<std::thread> threads;
+        for (double& seconds : callerSeconds)
+            threads.emplace_back([&] { LogShare(target, LINES / threadCount, seconds); });
+        for (std::thread& thread : threads)
+            thread.join();
+        target.GetArrivals().WaitForAll();
+        double const iteration = SecondsOf(CLOCK_MONOTONIC) - start;
+        state.SetIterationTime(iteration);
+        elapsed += iteration;
+        process += SecondsOf(CLOCK_PROCESS_CPUTIME_ID) - processStart;
+        for (double seconds : callerSeconds)
+            callers += seconds;
+    }
+
+    double const lines = static_cast<double>(state.iterations()) * LINES;
+    state.SetItemsProcessed(static_cast<std::int64_t>(lines));
+    state.counters["caller_ns"] = callers / lines * 1e9;
+    state.counters["process_ns"] = process / lines * 1e9;
+    state.counters["lines_per_second"] = lines / elapsed;
+}
+
+template <unsigned Flags>
+void LogOurs(benchmark::State& state)
+{
+    static Ours ours(Flags);
+    LogLines(state, ours);
+}
+BENCHMARK_TEMPLATE(LogOurs, LOCATED_LINE)
+    ->Name("LoggerMgr_Log_LocatedLine/tovuutil")
+    ->ArgName("threads")
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->UseManualTime();
+BENCHMARK_TEMPLATE(LogOurs, EVERY_FIELD)
+    ->Name("LoggerMgr_Log_EveryField/tovuutil")
+    ->ArgName("threads")
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->UseManualTime();
+
+// The line without its time, which may have gone on, and with the level as the peer writes it.
+template <typename Target>
+std::string LineOf(Target& target)
+{
+    target.GetArrivals().Expect(1);
+    target.LogLine(7);
+    target.GetArrivals().WaitForAll();
+    std::string line = target.GetArrivals().GetLast();
+    line.erase(0, std::string("Jan 01 00:00:00").size());
+    std::transform(line.begin(), line.end(), line.begin(), [](unsigned char byte) { return std::tolower(byte); });
+    return line;
+}
+
+template <std::size_t QueueSize>
+void LogPeer(benchmark::State& state)
+{
+    static Ours ours(LOCATED_LINE);
+    Peer peer(QueueSize);
+    if (LineOf(ours) != LineOf(peer))
+        state.SkipWithError("the lines are not the same");
+    LogLines(state, peer);
+}
+BENCHMARK_TEMPLATE(LogPeer, DEFAULT_QUEUE)
+    ->Name("LoggerMgr_Log_LocatedLine/spdlog")
+    ->ArgName("threads")
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->UseManualTime();
+BENCHMARK_TEMPLATE(LogPeer, LARGE_QUEUE)
+    ->Name("LoggerMgr_Log_LocatedLine/spdlog_largeQueue")
+    ->ArgName("threads")
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->UseManualTime();
+
+void LogSuppressed(benchmark::State& state)
+{
+    for (auto _ : state)
+        TOVU_LOG(LoggerMgr::LEVEL_DEBUG, "volume %s has %u files\n", "photos", 1234u);
+}
+BENCHMARK(LogSuppressed)->Name("LoggerMgr_Log_Suppressed/tovuutil");
+
+}  // namespace
