@@ -454,6 +454,44 @@ TEST(EncodeXMLCharEntitiesTest, CharactersOfSeveralBytesPassThrough)
     EXPECT_EQ("5 \xe2\x82\xac &amp; \xf0\x9f\x98\x80", EncodeXMLCharEntities("5 \xe2\x82\xac & \xf0\x9f\x98\x80"));
 }
 
+// What a text becomes when its bytes are encoded one by one.
+std::string EncodedByBytes(std::string const& text)
+{
+    std::string encoded;
+    for (char const byte : text)
+        encoded += EncodeXMLCharEntities(std::string(1, byte));
+    return encoded;
+}
+
+TEST(EncodeXMLCharEntitiesTest, ABytesNeighboursMakeNoDifference)
+{
+    std::vector<std::string> encoded;
+    for (int value = 0; value < 256; ++value)
+        encoded.push_back(EncodeXMLCharEntities(std::string(1, static_cast<char>(value))));
+
+    std::string text(30, 'x');
+    std::string const rest(17, 'x');
+    for (unsigned first = 0; first < 256; ++first)
+        for (unsigned second = 0; second < 256; ++second) {
+            text[11] = static_cast<char>(first);
+            text[12] = static_cast<char>(second);
+            ASSERT_EQ("xxxxxxxxxxx" + encoded[first] + encoded[second] + rest, EncodeXMLCharEntities(text))
+                << first << ' ' << second;
+        }
+}
+
+TEST(EncodeXMLCharEntitiesTest, TextsOfEachLengthAreEncodedToTheirEnd)
+{
+    std::string const pattern = "\"'&<>ab\xC3\xA4#&&cdefghijklm";
+    for (std::size_t start = 0; start < pattern.size(); ++start) {
+        std::string text;
+        for (std::size_t i = 0; i < 70; ++i) {
+            ASSERT_EQ(EncodedByBytes(text), EncodeXMLCharEntities(text)) << start << ' ' << i;
+            text += pattern[(start + i) % pattern.size()];
+        }
+    }
+}
+
 // Parses a document that is held in memory, as messages are.
 class ParsingTest : public testing::Test
 {

@@ -39,7 +39,7 @@ void GuardedMessageProcessor::ReadChunk(Stream& stream)
     }
 
     auto const length = static_cast<unsigned>(count);
-    CountPending(chunk, length);
+    pending_ += length;
     ProcessMessages(stream, chunk, length);
     if (!ended_ && pending_ > guard_.GetLimits().length) {
         Refuse(Verdict::TooLong, stream, pending_);
@@ -47,21 +47,11 @@ void GuardedMessageProcessor::ReadChunk(Stream& stream)
     }
 }
 
-// Follows the framer, which does not tell how much it keeps.
-void GuardedMessageProcessor::CountPending(unsigned char const* data, unsigned length)
-{
-    unsigned char const* const end = data + length;
-    while (unsigned char const* const delimiter = FindDelimiter(data, static_cast<unsigned>(end - data))) {
-        data = delimiter + GetDelimiter().second;
-        pending_ = 0;
-    }
-    pending_ += static_cast<unsigned>(end - data);
-}
-
 unsigned GuardedMessageProcessor::ParseMessage(Stream& stream, unsigned char const* data, unsigned length) const
 {
     if (ended_)
         return EVERYTHING;
+    pending_ -= length + GetDelimiter().second;
     if (length == 0)
         return 0;
 

@@ -49,11 +49,10 @@ private:
     using tovu::util::MessageProcessor::SetStop;
 
     void ReadChunk(tovu::util::Stream& stream);
-    void CountPending(unsigned char const* data, unsigned length);
     void Refuse(Verdict reason, tovu::util::Stream& stream, unsigned length) const;
 
     MessageGuard& guard_;
-    unsigned pending_ = 0;                    // bytes that have come of an unfinished message
+    mutable unsigned pending_ = 0;            // bytes that have come and of which no message was made yet
     mutable std::atomic<bool> ended_{false};  // the hooks, which set it, are const
 };
 

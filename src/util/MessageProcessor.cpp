@@ -47,53 +47,23 @@ void MessageProcessor::ReadMessages(Stream& stream)
     }
 }
 
-// A stream that cannot tell how much it holds is read no further, and neither is one that holds nothing: after a wait
-// this is its end. What is pending stays then; it goes when a read brings nothing, since its rest will not come.
-bool MessageProcessor::ProcessMessages(Stream& stream)
-{
-    unsigned long long available = 0;
-    if (!stream.IsDataAvailable(&available) || available == 0)
-        return false;
-
-    std::vector<unsigned char> bytes(static_cast<unsigned>(available));
-    int const count = stream.Read(bytes.data(), static_cast<unsigned>(bytes.size()));
-    if (count < 1) {
-        pending_.clear();
-        return false;
-    }
-    return ProcessMessages(stream, bytes.data(), static_cast<unsigned>(count));
-}
-
-// Only a message that is spread over chunks is copied. The position counts in 64 bits, since what ParseMessage asks to
-// skip may end far behind the chunk; such a skip is not carried over to the next.
-bool MessageProcessor::ProcessMessages(Stream& stream, unsigned char const* data, unsigned length)
-{
-    if (data == nullptr || length == 0)
-        return false;
-
-    unsigned long long position = 0;
-    while (position < length) {
-        unsigned char const* const message = data + position;
-        unsigned char const* const delimiter = FindDelimiter(message, length - static_cast<unsigned>(position));
-        if (delimiter == nullptr) {
-            pending_.insert(pending_.end(), message, data + length);
-            return true;
-        }
-
-        unsigned skip = 0;
-        if (pending_.empty()) {
-            skip = ParseMessage(stream, message, static_cast<unsigned>(delimiter - message));
-        } else {
-            pending_.insert(pending_.end(), message, delimiter);
-            skip = ParseMessage(stream, pending_.data(), static_cast<unsigned>(pending_.size()));
-            pending_.clear();
-        }
-        position = static_cast<unsigned long long>(delimiter - data) + GetDelimiter().second + skip;
-    }
-    return true;
-}
-
 namespace {
+
+// The first complete delimiter in the bytes up to `end`, or null.
+inline unsigned char const* Find(MessageProcessor::ByteSpan const& delimiter, unsigned char const* data,
+                                 unsigned char const* end)
+{
+    while (static_cast<std::size_t>(end - data) >= delimiter.second) {
+        void const* const found = std::memchr(data, delimiter.first[0], static_cast<std::size_t>(end - data));
+        auto const* const hit = static_cast<unsigned char const*>(found);
+        if (hit == nullptr || static_cast<std::size_t>(end - hit) < delimiter.second)
+            return nullptr;
+        if (delimiter.second == 1 || std::memcmp(hit, delimiter.first, delimiter.second) == 0)
+            return hit;
+        data = hit + 1;
+    }
+    return nullptr;
+}
 
 // What became of a message; all but the first are the codes of HandleError.
 enum Outcome
@@ -110,6 +80,36 @@ std::string ToText(unsigned char const* data, unsigned length)
 }
 
 }  // namespace
+
+// Only a message that is spread over chunks is copied. A skip that ends behind the chunk is not carried over to the next.
+bool MessageProcessor::ProcessMessages(Stream& stream, unsigned char const* data, unsigned length)
+{
+    if (data == nullptr || length == 0)
+        return false;
+
+    unsigned char const* const end = data + length;
+    for (;;) {
+        ByteSpan const delimiter = GetDelimiter();
+        unsigned char const* const hit = Find(delimiter, data, end);
+        if (hit == nullptr) {
+            pending_.insert(pending_.end(), data, end);
+            return true;
+        }
+
+        unsigned skip = 0;
+        if (pending_.empty()) {
+            skip = ParseMessage(stream, data, static_cast<unsigned>(hit - data));
+        } else {
+            pending_.insert(pending_.end(), data, hit);
+            skip = ParseMessage(stream, pending_.data(), static_cast<unsigned>(pending_.size()));
+            pending_.clear();
+        }
+        data = hit + delimiter.second;
+        if (skip >= static_cast<std::size_t>(end - data))
+            return true;
+        data += skip;
+    }
+}
 
 unsigned MessageProcessor::ParseMessage(Stream& stream, unsigned char const* data, unsigned length) const
 {
@@ -157,23 +157,29 @@ unsigned MessageProcessor::ParseMessage(Stream& stream, unsigned char const* dat
     return 0;
 }
 
+// A stream that cannot tell how much it holds is read no further, and neither is one that holds nothing: after a wait
+// this is its end. What is pending stays then; it goes when a read brings nothing, since its rest will not come.
+bool MessageProcessor::ProcessMessages(Stream& stream)
+{
+    unsigned long long available = 0;
+    if (!stream.IsDataAvailable(&available) || available == 0)
+        return false;
+
+    std::vector<unsigned char> bytes(static_cast<unsigned>(available));
+    int const count = stream.Read(bytes.data(), static_cast<unsigned>(bytes.size()));
+    if (count < 1) {
+        pending_.clear();
+        return false;
+    }
+    return ProcessMessages(stream, bytes.data(), static_cast<unsigned>(count));
+}
+
 unsigned char const* MessageProcessor::FindDelimiter(unsigned char const* data, unsigned length) const
 {
     if (data == nullptr || length == 0)
         return nullptr;
 
-    ByteSpan const delimiter = GetDelimiter();
-    unsigned char const* const end = data + length;
-    while (static_cast<std::size_t>(end - data) >= delimiter.second) {
-        void const* const found = std::memchr(data, delimiter.first[0], static_cast<std::size_t>(end - data));
-        auto const* const hit = static_cast<unsigned char const*>(found);
-        if (hit == nullptr || static_cast<std::size_t>(end - hit) < delimiter.second)
-            return nullptr;
-        if (std::memcmp(hit, delimiter.first, delimiter.second) == 0)
-            return hit;
-        data = hit + 1;
-    }
-    return nullptr;
+    return Find(GetDelimiter(), data, data + length);
 }
 
 bool MessageProcessor::WellFormedMessage(std::vector<unsigned char> const& message) const

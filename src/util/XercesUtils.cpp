@@ -1,5 +1,6 @@
 #include "tovu/util/XercesUtils.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -58,9 +59,8 @@ std::string GetAttributeValue(std::string const& name, xercesc::DOMNamedNodeMap 
 
 namespace {
 
-// The four lines that describe a parse error. A document that is parsed from memory has no system identifier, so the
-// first line is "Error in: " alone. Line and column are 64-bit numbers, of which the low 32 bits are printed: a message
-// is never that long.
+// The four lines that describe a parse error; the first is "Error in: " alone for a document in memory, which has no
+// system identifier. Line and column are 64-bit numbers, of which the low 32 bits are printed.
 std::string Describe(xercesc::SAXParseException const& exception)
 {
     std::string text = "Error in: " + XMLCh2string(exception.getSystemId()) + "\n";
@@ -176,32 +176,120 @@ std::string XMLFileLoc2string(unsigned long long value, char const* format)
 #pragma GCC diagnostic pop
 #endif
 
+namespace {
+
+// What a byte becomes in a document: itself, or one of the entities. It is written as a whole, and the next one overwrites
+// what is too many.
+struct Encoded
+{
+    char text[7];
+    unsigned char length;
+};
+
+struct Encoding
+{
+    constexpr Encoding()
+    {
+        for (unsigned i = 0; i < 256; ++i) {
+            bytes[i].text[0] = static_cast<char>(i);
+            bytes[i].length = 1;
+        }
+        Set('"', "&quot;");
+        Set('&', "&amp;");
+        Set('\'', "&apos;");
+        Set('<', "&lt;");
+        Set('>', "&gt;");
+    }
+
+    constexpr void Set(char character, char const* entity)
+    {
+        Encoded& encoded = bytes[static_cast<unsigned char>(character)];
+        for (encoded.length = 0; entity[encoded.length] != '\0'; ++encoded.length)
+            encoded.text[encoded.length] = entity[encoded.length];
+    }
+
+    constexpr Encoded const& operator[](char character) const { return bytes[static_cast<unsigned char>(character)]; }
+
+    Encoded bytes[256] = {};
+};
+
+constexpr Encoding ENCODING;
+
+// Most texts have few entities: words that have none are found quickly.
+using Word = std::size_t;
+constexpr std::size_t WORD = sizeof(Word);
+
+// Whether one of the bytes may have an entity. A byte that is sought becomes zero, and one less than that has the highest
+// bit. So has '#', and perhaps what stands behind a byte that is sought; neither does any harm.
+bool MayHaveEntities(char const* bytes)
+{
+    constexpr Word ONES = ~Word(0) / 0xFF;  // 0x01 in each byte
+    Word word = 0;
+    std::memcpy(&word, bytes, sizeof(word));
+    Word const quotes = ((word | ONES * 0x05) ^ ONES * '\'') - ONES;  // " & '
+    Word const angles = ((word | ONES * 0x02) ^ ONES * '>') - ONES;   // < >
+    return ((quotes | angles) & ~word & ONES * 0x80) != 0;
+}
+
+// Nearly always for a word, so it pays to have no loop.
+unsigned CountEncoded(char const* text, std::size_t length)
+{
+    unsigned count = 0;
+#pragma GCC unroll 8
+    for (std::size_t i = 0; i < length; ++i)
+        count += ENCODING[text[i]].length;
+    return count;
+}
+
+// As CountEncoded. More than the result is written: up to the size of Encoded.
+char* Encode(char const* text, std::size_t length, char* out)
+{
+#pragma GCC unroll 8
+    for (std::size_t i = 0; i < length; ++i) {
+        Encoded const& encoded = ENCODING[text[i]];
+        std::memcpy(out, &encoded, sizeof(encoded));
+        out += encoded.length;
+    }
+    return out;
+}
+
+// The length of the result. More than a text can have is more than 32 bits can count.
+std::size_t CountResult(std::string const& text)
+{
+    char const* position = text.data();
+    char const* const end = position + text.size();
+    char const* const rest = end - text.size() % WORD;
+    std::uint64_t count = 0;
+    for (; position != rest; position += WORD)
+        count += MayHaveEntities(position) ? CountEncoded(position, WORD) : WORD;
+    count += CountEncoded(rest, text.size() % WORD);
+    return static_cast<std::size_t>(std::min<std::uint64_t>(count, std::string::npos));
+}
+
+}  // namespace
+
+// The result is made once, in its size. What is written beyond a word is less than the bytes behind it become. The last
+// bytes have none behind them, and take their way through a buffer.
 std::string EncodeXMLCharEntities(std::string const& text)
 {
-    std::string result;
-    result.reserve(text.size());
-    for (char const character : text) {
-        switch (character) {
-            case '"':
-                result += "&quot;";
-                break;
-            case '&':
-                result += "&amp;";
-                break;
-            case '\'':
-                result += "&apos;";
-                break;
-            case '<':
-                result += "&lt;";
-                break;
-            case '>':
-                result += "&gt;";
-                break;
-            default:
-                result += character;
-                break;
-        }
+    std::size_t const length = CountResult(text);
+    if (length == text.size())
+        return text;
+
+    std::string result(length, '\0');
+    constexpr std::size_t BEHIND = sizeof(Encoded);
+    std::size_t const inWords = text.size() < BEHIND ? 0 : (text.size() - BEHIND) / WORD * WORD;
+    char const* position = text.data();
+    char const* const rest = position + inWords;
+    char* out = &result[0];
+    for (; position != rest; position += WORD) {
+        std::memcpy(out, position, WORD);
+        out = MayHaveEntities(position) ? Encode(position, WORD, out) : out + WORD;
     }
+
+    char last[(WORD + BEHIND) * sizeof(Encoded)];
+    char const* const lastEnd = Encode(rest, text.size() - inWords, last);
+    std::memcpy(out, last, static_cast<std::size_t>(lastEnd - last));
     return result;
 }
 
