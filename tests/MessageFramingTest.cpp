@@ -403,6 +403,25 @@ TEST_F(FramingTest, ASkipIsNeverCarriedOverToTheNextChunk)
     }
 }
 
+TEST_F(FramingTest, ADelimiterThatAHookChangesEndsTheNextMessage)
+{
+    class ChangingFramer : public DelimitedFramer
+    {
+    public:
+        ChangingFramer() : DelimitedFramer("--") {}
+
+        ByteSpan GetDelimiter() const override
+        {
+            static unsigned char const line = '\n';
+            return messages.empty() ? DelimitedFramer::GetDelimiter() : ByteSpan(&line, 1);
+        }
+    };
+
+    ChangingFramer framer;
+    framer.Feed("A\nB--C--D\nE");
+    EXPECT_EQ((Messages{"A\nB", "C--D"}), framer.Take());
+}
+
 TEST_F(FramingTest, AnExceptionLeavesTheCompletedMessagePending)
 {
     framer_.onMessage = [](Stream&) { throw 7; };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <iterator>
 #include <memory>
 #include <sstream>
 
@@ -12,7 +13,10 @@ namespace tovu { namespace util {
 
 namespace {
 
+constexpr std::size_t TEXT_SIZE = 2048;  // of the buffer for the first pass over a text
 constexpr unsigned BYTES_PER_LINE = 16;
+constexpr unsigned HEX_SIZE = 3 * BYTES_PER_LINE + 1;          // three characters for each byte, and a blank
+constexpr unsigned LINE_SIZE = HEX_SIZE + BYTES_PER_LINE + 1;  // the bytes as text, and a line feed
 
 // The bytes as a text column shows them. The locale is asked once for each value that occurs.
 class TextColumn
@@ -30,31 +34,31 @@ private:
     char shown_[256] = {};
 };
 
-// Each line has its bytes as text besides the 48 characters of digits, the blank and the line feed.
+// A shorter last line has less text.
 std::size_t HexDumpSize(std::size_t length)
 {
     std::size_t const lines = (length + BYTES_PER_LINE - 1) / BYTES_PER_LINE;
-    return lines * (3 * BYTES_PER_LINE + 2) + length;
+    return lines * (HEX_SIZE + 1) + length;
 }
 
-// Writes one line of a hex dump; fewer than 16 bytes are padded, so that the text column stays aligned.
-void WriteHexLine(std::streambuf& buffer, unsigned char const* bytes, unsigned count, TextColumn& column)
+// Puts one line of a hex dump together and writes it to the stream's buffer; fewer than 16 bytes are padded, so that the
+// text column stays aligned.
+void WriteHexLine(std::ostream& stream, unsigned char const* bytes, unsigned count, TextColumn& column)
 {
     static char const digits[] = "0123456789abcdef";
 
+    char line[LINE_SIZE];
+    char* end = line;
     for (unsigned i = 0; i < count; ++i) {
-        buffer.sputc(digits[bytes[i] >> 4]);
-        buffer.sputc(digits[bytes[i] & 0xf]);
-        buffer.sputc(' ');
+        *end++ = digits[bytes[i] >> 4];
+        *end++ = digits[bytes[i] & 0xf];
+        *end++ = ' ';
     }
-    buffer.sputc(' ');
-
-    for (unsigned i = 3 * count; i < 3 * BYTES_PER_LINE; ++i)
-        buffer.sputc(' ');
-
+    end = std::fill_n(end, line + HEX_SIZE - end, ' ');
     for (unsigned i = 0; i < count; ++i)
-        buffer.sputc(column.Show(bytes[i]));
-    buffer.sputc('\n');
+        *end++ = column.Show(bytes[i]);
+    *end++ = '\n';
+    std::copy(line, end, std::ostreambuf_iterator<char>(stream));
 }
 
 }  // namespace
@@ -84,16 +88,17 @@ std::string FormatGrowing(char* buffer, std::size_t size, char const* format, va
 
 std::string FormatString(char const* format, ...)  // NOLINT(cert-dcl50-cpp): that is what it is for
 {
+    char buffer[TEXT_SIZE];
     va_list arguments;
     va_start(arguments, format);
-    std::string text = FormatStringHelper(format, arguments);
+    std::string text = internal::FormatGrowing(buffer, sizeof(buffer), format, arguments);
     va_end(arguments);
     return text;
 }
 
 std::string FormatStringHelper(char const* format, va_list arguments)
 {
-    char buffer[2048];
+    char buffer[TEXT_SIZE];
     return internal::FormatGrowing(buffer, sizeof(buffer), format, arguments);
 }
 
@@ -105,12 +110,11 @@ std::string HexFormatBuffer(void const* data, unsigned length)
     // The stream has the dump's size from the start and is written through its buffer: it neither grows, nor does it
     // look at its own state for every byte.
     std::ostringstream stream(std::string(HexDumpSize(length), ' '));
-    std::streambuf& buffer = *stream.rdbuf();
     TextColumn column;
     auto const* bytes = static_cast<unsigned char const*>(data);
     while (length != 0) {
         unsigned const count = std::min(length, BYTES_PER_LINE);
-        WriteHexLine(buffer, bytes, count, column);
+        WriteHexLine(stream, bytes, count, column);
         bytes += count;
         length -= count;
     }

@@ -49,20 +49,18 @@ void MessageProcessor::ReadMessages(Stream& stream)
 
 namespace {
 
-// The first complete delimiter in the bytes up to `end`, or null.
-inline unsigned char const* Find(MessageProcessor::ByteSpan const& delimiter, unsigned char const* data,
-                                 unsigned char const* end)
+using Bytes = unsigned char const*;
+
+// The first complete delimiter in the bytes up to `end`, or null, whatever its length. Kept out of the way of the search
+// for one byte, beside which short messages feel each instruction.
+__attribute__((noinline)) Bytes FindAny(MessageProcessor::ByteSpan const& delimiter, Bytes data, Bytes end);
+
+// The same, for what is nearly always one byte.
+Bytes Find(MessageProcessor::ByteSpan const& delimiter, Bytes data, Bytes end)
 {
-    while (static_cast<std::size_t>(end - data) >= delimiter.second) {
-        void const* const found = std::memchr(data, delimiter.first[0], static_cast<std::size_t>(end - data));
-        auto const* const hit = static_cast<unsigned char const*>(found);
-        if (hit == nullptr || static_cast<std::size_t>(end - hit) < delimiter.second)
-            return nullptr;
-        if (delimiter.second == 1 || std::memcmp(hit, delimiter.first, delimiter.second) == 0)
-            return hit;
-        data = hit + 1;
-    }
-    return nullptr;
+    if (delimiter.second == 1)
+        return static_cast<Bytes>(std::memchr(data, delimiter.first[0], static_cast<std::size_t>(end - data)));
+    return FindAny(delimiter, data, end);
 }
 
 // What became of a message; all but the first are the codes of HandleError.
@@ -81,16 +79,18 @@ std::string ToText(unsigned char const* data, unsigned length)
 
 }  // namespace
 
-// Only a message that is spread over chunks is copied. A skip that ends behind the chunk is not carried over to the next.
+// Only a message that is spread over chunks is copied. The delimiter is asked for anew each time, since a hook may have
+// changed it; what is skipped behind a message is the one that has ended it. A skip that ends behind the chunk is not
+// carried over to the next.
 bool MessageProcessor::ProcessMessages(Stream& stream, unsigned char const* data, unsigned length)
 {
     if (data == nullptr || length == 0)
         return false;
 
-    unsigned char const* const end = data + length;
+    Bytes const end = data + length;
     for (;;) {
         ByteSpan const delimiter = GetDelimiter();
-        unsigned char const* const hit = Find(delimiter, data, end);
+        Bytes const hit = Find(delimiter, data, end);
         if (hit == nullptr) {
             pending_.insert(pending_.end(), data, end);
             return true;
@@ -173,6 +173,24 @@ bool MessageProcessor::ProcessMessages(Stream& stream)
     }
     return ProcessMessages(stream, bytes.data(), static_cast<unsigned>(count));
 }
+
+namespace {
+
+Bytes FindAny(MessageProcessor::ByteSpan const& delimiter, Bytes data, Bytes end)
+{
+    while (static_cast<std::size_t>(end - data) >= delimiter.second) {
+        void const* const found = std::memchr(data, delimiter.first[0], static_cast<std::size_t>(end - data));
+        auto const hit = static_cast<Bytes>(found);
+        if (hit == nullptr || static_cast<std::size_t>(end - hit) < delimiter.second)
+            return nullptr;
+        if (std::memcmp(hit, delimiter.first, delimiter.second) == 0)
+            return hit;
+        data = hit + 1;
+    }
+    return nullptr;
+}
+
+}  // namespace
 
 unsigned char const* MessageProcessor::FindDelimiter(unsigned char const* data, unsigned length) const
 {
