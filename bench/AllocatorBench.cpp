@@ -1,13 +1,17 @@
 // What does the allocator of a program decide? A parser takes some two hundred blocks for a small message and gives them
-// back at once. One program for the C library's allocator and one for each that Debian has beside it.
+// back at once; a log line takes three, which another thread gives back. One program for the C library's allocator and one
+// for each that Debian has beside it.
 
 #include <benchmark/benchmark.h>
+#include <semaphore.h>
 #include <sys/resource.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 
 #include "Documents.h"
+#include "tovu/util/LoggerMgr.h"
 #include "tovu/util/MessageProcessor.h"
 #include "tovu/util/Pipe.h"
 
@@ -51,5 +55,61 @@ void Dispatch(benchmark::State& state)
     state.counters["peak_kilobytes"] = PeakKilobytes();
 }
 BENCHMARK(Dispatch)->Name("Allocator_Dispatch/" ALLOCATOR)->Arg(177)->Arg(1000)->Arg(5000);
+
+constexpr unsigned LINES = 24000;
+
+// Says when a last line has come.
+class LastLine : public Logger
+{
+public:
+    LastLine() { sem_init(&come_, 0, 0); }
+
+    void Log(std::string const& /*header*/, std::string const& message) override
+    {
+        if (message.empty() || message.back() != '!')
+            return;
+        sem_post(&come_);
+    }
+
+    void Wait()
+    {
+        while (sem_wait(&come_) != 0)
+            continue;
+    }
+
+private:
+    sem_t come_;
+};
+
+// A manager with its thread and its sink, which live until the process ends.
+struct RunningLog
+{
+    RunningLog() : manager(*new LoggerMgr), sink(*new LastLine)
+    {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"  // auto_ptr is part of the interface
+        manager.AddLogger(std::auto_ptr<Logger>(&sink));
+#pragma GCC diagnostic pop
+        manager.Init("volumed", LoggerMgr::LEVEL_INFO,
+                     LoggerMgr::HEADER_TIME | LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION, 0);
+    }
+
+    LoggerMgr& manager;
+    LastLine& sink;
+};
+
+// From the first line until the last has reached the sink.
+void LogLines(benchmark::State& state)
+{
+    static RunningLog log;
+    for (auto _ : state) {
+        for (unsigned i = 1; i < LINES; ++i)
+            log.manager.Log(LoggerMgr::LEVEL_INFO, "src/util/Volume.cpp", 123, "volume %s has %u files\n", "photos", i);
+        log.manager.Log(LoggerMgr::LEVEL_INFO, "src/util/Volume.cpp", 123, "the last!");
+        log.sink.Wait();
+    }
+    state.SetItemsProcessed(state.iterations() * LINES);
+}
+BENCHMARK(LogLines)->Name("Allocator_LogLines_24000/" ALLOCATOR)->MeasureProcessCPUTime()->UseRealTime();
 
 }  // namespace
