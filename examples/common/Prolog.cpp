@@ -14,7 +14,7 @@ namespace {
 using Text = boost::string_view;
 using Position = Text::size_type;
 
-char const* const BLANKS = " \t\r\n";
+constexpr Text BLANKS(" \t\r\n", 4);
 char const* const ACCEPTED_ENCODINGS[] = {"UTF-8", "US-ASCII", "ISO-8859-1"};
 
 bool StartsWith(Text text, Position position, char const* start)
@@ -30,7 +30,7 @@ Position Find(Text text, char const* what, Position position)
 
 bool IsBlank(Text text, Position position)
 {
-    return position < text.size() && std::memchr(BLANKS, text[position], 4) != nullptr;
+    return position < text.size() && BLANKS.find(text[position]) != Text::npos;
 }
 
 Position SkipBlanks(Text text, Position position)

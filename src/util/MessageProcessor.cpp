@@ -180,7 +180,7 @@ Bytes FindAny(MessageProcessor::ByteSpan const& delimiter, Bytes data, Bytes end
 {
     while (static_cast<std::size_t>(end - data) >= delimiter.second) {
         void const* const found = std::memchr(data, delimiter.first[0], static_cast<std::size_t>(end - data));
-        auto const hit = static_cast<Bytes>(found);
+        auto const* const hit = static_cast<Bytes>(found);
         if (hit == nullptr || static_cast<std::size_t>(end - hit) < delimiter.second)
             return nullptr;
         if (std::memcmp(hit, delimiter.first, delimiter.second) == 0)

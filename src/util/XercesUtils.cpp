@@ -281,7 +281,7 @@ std::string EncodeXMLCharEntities(std::string const& text)
     std::size_t const inWords = text.size() < BEHIND ? 0 : (text.size() - BEHIND) / WORD * WORD;
     char const* position = text.data();
     char const* const rest = position + inWords;
-    char* out = &result[0];
+    char* out = &result[0];  // NOLINT(readability-container-data-pointer): data() is const before C++17
     for (; position != rest; position += WORD) {
         std::memcpy(out, position, WORD);
         out = MayHaveEntities(position) ? Encode(position, WORD, out) : out + WORD;
