@@ -1,10 +1,17 @@
 // What does a logged line cost its caller, what the whole process, and how fast do lines come through until the last
-// one has reached the sink? Beside it spdlog's asynchronous logger with the same fields and a sink that takes the
-// finished line and drops it as ours does, with its default queue and with one that never fills. One iteration logs
-// LINES lines from as many threads as the name says. And what does a call cost whose level is not wanted?
+// one has reached the sink? Beside it the asynchronous loggers of spdlog, Boost and POCO with the same fields and a sink
+// that takes the finished line and drops it as ours does; spdlog with its default queue and with one that never fills. One
+// iteration logs LINES lines from as many threads as the name says. And what does a call cost whose level is not wanted?
 
 #include "tovu/util/LoggerMgr.h"
 
+#include <Poco/AsyncChannel.h>
+#include <Poco/AutoPtr.h>
+#include <Poco/Channel.h>
+#include <Poco/Format.h>
+#include <Poco/FormattingChannel.h>
+#include <Poco/Message.h>
+#include <Poco/PatternFormatter.h>
 #include <benchmark/benchmark.h>
 #include <semaphore.h>
 #include <spdlog/async_logger.h>
@@ -14,6 +21,16 @@
 
 #include <algorithm>
 #include <atomic>
+#include <boost/log/attributes/clock.hpp>
+#include <boost/log/core.hpp>
+#include <boost/log/expressions.hpp>
+#include <boost/log/sinks/async_frontend.hpp>
+#include <boost/log/sinks/basic_sink_backend.hpp>
+#include <boost/log/sources/logger.hpp>
+#include <boost/log/sources/record_ostream.hpp>
+#include <boost/log/support/date_time.hpp>
+#include <boost/log/utility/manipulators/add_value.hpp>
+#include <boost/smart_ptr/make_shared.hpp>
 #include <cctype>
 #include <ctime>
 #include <memory>
@@ -92,10 +109,10 @@ private:
     Arrivals& arrivals_;
 };
 
-class DroppingPeerSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
+class DroppingSpdlogSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex>
 {
 public:
-    explicit DroppingPeerSink(Arrivals& arrivals) : arrivals_(arrivals) {}
+    explicit DroppingSpdlogSink(Arrivals& arrivals) : arrivals_(arrivals) {}
 
 protected:
     void sink_it_(spdlog::details::log_msg const& message) override
@@ -141,13 +158,13 @@ private:
     LoggerMgr& manager_;
 };
 
-class Peer
+class SpdlogPeer
 {
 public:
-    explicit Peer(std::size_t queueSize)
+    explicit SpdlogPeer(std::size_t queueSize)
         : pool_(std::make_shared<spdlog::details::thread_pool>(queueSize, 1)),
           logger_(
-              std::make_shared<spdlog::async_logger>("volumed", std::make_shared<DroppingPeerSink>(arrivals_), pool_))
+              std::make_shared<spdlog::async_logger>("volumed", std::make_shared<DroppingSpdlogSink>(arrivals_), pool_))
     {
         logger_->set_pattern("%b %d %T  %l %g:%# %v");
     }
@@ -164,6 +181,104 @@ private:
     Arrivals arrivals_;
     std::shared_ptr<spdlog::details::thread_pool> pool_;
     std::shared_ptr<spdlog::async_logger> logger_;
+};
+
+class DroppingBoostSink : public boost::log::sinks::basic_formatted_sink_backend<char>
+{
+public:
+    explicit DroppingBoostSink(Arrivals& arrivals) : arrivals_(arrivals) {}
+
+    void consume(boost::log::record_view const& /*record*/, string_type const& line)
+    {
+        arrivals_.Add(line.data(), line.size(), "", 0);
+    }
+
+private:
+    Arrivals& arrivals_;
+};
+
+class BoostPeer
+{
+public:
+    BoostPeer() : sink_(boost::make_shared<Sink>(boost::make_shared<DroppingBoostSink>(arrivals_)))
+    {
+        namespace expr = boost::log::expressions;
+        sink_->set_formatter(expr::stream
+                             << expr::format_date_time<boost::posix_time::ptime>("TimeStamp", "%b %d %H:%M:%S") << "  "
+                             << expr::attr<std::string>("Severity") << ' ' << expr::attr<std::string>("File") << ':'
+                             << expr::attr<int>("Line") << ' ' << expr::smessage << '\n');
+        boost::log::core::get()->add_global_attribute("TimeStamp", boost::log::attributes::local_clock());
+        boost::log::core::get()->add_sink(sink_);
+    }
+
+    BoostPeer(BoostPeer const&) = delete;
+    BoostPeer& operator=(BoostPeer const&) = delete;
+
+    ~BoostPeer()
+    {
+        boost::log::core::get()->remove_sink(sink_);
+        sink_->stop();
+    }
+
+    Arrivals& GetArrivals() { return arrivals_; }
+
+    void LogLine(unsigned number)
+    {
+        BOOST_LOG(logger_) << boost::log::add_value("Severity", level_) << boost::log::add_value("File", file_)
+                           << boost::log::add_value("Line", LINE) << "volume photos has " << number << " files";
+    }
+
+private:
+    using Sink = boost::log::sinks::asynchronous_sink<DroppingBoostSink>;
+
+    std::string const level_ = "Info";
+    std::string const file_ = FILE_NAME;
+    Arrivals arrivals_;
+    boost::shared_ptr<Sink> sink_;
+    boost::log::sources::logger_mt logger_;
+};
+
+class DroppingPocoChannel : public Poco::Channel
+{
+public:
+    explicit DroppingPocoChannel(Arrivals& arrivals) : arrivals_(arrivals) {}
+
+    void log(Poco::Message const& message) override
+    {
+        arrivals_.Add(message.getText().data(), message.getText().size(), "", 0);
+    }
+
+private:
+    Arrivals& arrivals_;
+};
+
+class PocoPeer
+{
+public:
+    PocoPeer()
+        : formatter_(new Poco::PatternFormatter("%b %d %H:%M:%S  %p %U:%u %t\n")),
+          channel_(new Poco::AsyncChannel(new Poco::FormattingChannel(
+              formatter_, Poco::AutoPtr<Poco::Channel>(new DroppingPocoChannel(arrivals_)))))
+    {
+        formatter_->setProperty("times", "local");
+    }
+
+    PocoPeer(PocoPeer const&) = delete;
+    PocoPeer& operator=(PocoPeer const&) = delete;
+    ~PocoPeer() { channel_->close(); }
+
+    Arrivals& GetArrivals() { return arrivals_; }
+
+    void LogLine(unsigned number)
+    {
+        channel_->log(Poco::Message("volumed", Poco::format("volume %s has %u files", std::string("photos"), number),
+                                    Poco::Message::PRIO_INFORMATION, FILE_NAME, LINE));
+    }
+
+private:
+    Arrivals arrivals_;
+    Poco::AutoPtr<Poco::Formatter> formatter_;
+    Poco::AutoPtr<Poco::AsyncChannel> channel_;
 };
 
 // Logs a share of the lines, and tells what it has cost the thread.
@@ -215,22 +330,8 @@ void LogOurs(benchmark::State& state)
     static Ours ours(Flags);
     LogLines(state, ours);
 }
-BENCHMARK_TEMPLATE(LogOurs, LOCATED_LINE)
-    ->Name("LoggerMgr_Log_LocatedLine/tovuutil")
-    ->ArgName("threads")
-    ->Arg(1)
-    ->Arg(2)
-    ->Arg(4)
-    ->UseManualTime();
-BENCHMARK_TEMPLATE(LogOurs, EVERY_FIELD)
-    ->Name("LoggerMgr_Log_EveryField/tovuutil")
-    ->ArgName("threads")
-    ->Arg(1)
-    ->Arg(2)
-    ->Arg(4)
-    ->UseManualTime();
 
-// The line without its time, which may have gone on, and with the level as the peer writes it.
+// The line without its time, which may have gone on, and with the level in the same word.
 template <typename Target>
 std::string LineOf(Target& target)
 {
@@ -240,32 +341,44 @@ std::string LineOf(Target& target)
     std::string line = target.GetArrivals().GetLast();
     line.erase(0, std::string("Jan 01 00:00:00").size());
     std::transform(line.begin(), line.end(), line.begin(), [](unsigned char byte) { return std::tolower(byte); });
-    return line;
+    std::size_t const level = line.find("information ");
+    return level == std::string::npos ? line : line.replace(level, std::string("information").size(), "info");
 }
 
-template <std::size_t QueueSize>
-void LogPeer(benchmark::State& state)
+template <typename Peer>
+void LogPeer(benchmark::State& state, Peer& peer)
 {
     static Ours ours(LOCATED_LINE);
-    Peer peer(QueueSize);
     if (LineOf(ours) != LineOf(peer))
         state.SkipWithError("the lines are not the same");
     LogLines(state, peer);
 }
-BENCHMARK_TEMPLATE(LogPeer, DEFAULT_QUEUE)
-    ->Name("LoggerMgr_Log_LocatedLine/spdlog")
-    ->ArgName("threads")
-    ->Arg(1)
-    ->Arg(2)
-    ->Arg(4)
-    ->UseManualTime();
-BENCHMARK_TEMPLATE(LogPeer, LARGE_QUEUE)
-    ->Name("LoggerMgr_Log_LocatedLine/spdlog_largeQueue")
-    ->ArgName("threads")
-    ->Arg(1)
-    ->Arg(2)
-    ->Arg(4)
-    ->UseManualTime();
+
+template <std::size_t QueueSize>
+void LogSpdlog(benchmark::State& state)
+{
+    SpdlogPeer peer(QueueSize);
+    LogPeer(state, peer);
+}
+
+template <typename Peer>
+void LogOthers(benchmark::State& state)
+{
+    Peer peer;
+    LogPeer(state, peer);
+}
+
+void OfThreads(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->ArgName("threads")->Arg(1)->Arg(2)->Arg(4)->UseManualTime();
+}
+
+BENCHMARK_TEMPLATE(LogOurs, LOCATED_LINE)->Name("LoggerMgr_Log_LocatedLine/tovuutil")->Apply(OfThreads);
+BENCHMARK_TEMPLATE(LogSpdlog, DEFAULT_QUEUE)->Name("LoggerMgr_Log_LocatedLine/spdlog")->Apply(OfThreads);
+BENCHMARK_TEMPLATE(LogSpdlog, LARGE_QUEUE)->Name("LoggerMgr_Log_LocatedLine/spdlog_largeQueue")->Apply(OfThreads);
+BENCHMARK_TEMPLATE(LogOthers, BoostPeer)->Name("LoggerMgr_Log_LocatedLine/Boost")->Apply(OfThreads);
+BENCHMARK_TEMPLATE(LogOthers, PocoPeer)->Name("LoggerMgr_Log_LocatedLine/POCO")->Apply(OfThreads);
+BENCHMARK_TEMPLATE(LogOurs, EVERY_FIELD)->Name("LoggerMgr_Log_EveryField/tovuutil")->Apply(OfThreads);
 
 void LogSuppressed(benchmark::State& state)
 {
