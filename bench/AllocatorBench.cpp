@@ -13,27 +13,13 @@
 #include <thread>
 
 #include "Documents.h"
+#include "Messages.h"
 #include "tovu/util/LoggerMgr.h"
-#include "tovu/util/MessageProcessor.h"
 #include "tovu/util/Pipe.h"
 
 using namespace tovu::util;
 
 namespace {
-
-class Messages : public MessageProcessor
-{
-public:
-    bool IsValidMessage(std::string const& name) const override { return name == "Volumes"; }
-
-    void HandleMessage(Stream& /*stream*/, unsigned char const* /*data*/, unsigned /*length*/,
-                       xercesc::DOMNode const& /*element*/) const override
-    {
-        ++handled;
-    }
-
-    mutable std::int64_t handled = 0;
-};
 
 // The peak is that of the whole process, so of the largest message.
 double PeakKilobytes()
@@ -46,7 +32,7 @@ double PeakKilobytes()
 void Dispatch(benchmark::State& state)
 {
     std::string const message = bench::MakeDocument(static_cast<std::size_t>(state.range())) + '\0';
-    Messages messages;
+    bench::Messages messages;
     Pipe stream;
     for (auto _ : state)
         messages.ProcessMessages(stream, reinterpret_cast<unsigned char const*>(message.data()),

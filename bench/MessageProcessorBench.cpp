@@ -23,6 +23,7 @@
 #include <xercesc/util/PlatformUtils.hpp>
 
 #include "Documents.h"
+#include "Messages.h"
 #include "tovu/util/Pipe.h"
 #include "tovu/util/XercesUtils.h"
 
@@ -138,24 +139,10 @@ BENCHMARK_CAPTURE(FrameOurs, chunks, CHUNK)->Name("MessageProcessor_Frame_Chunks
 BENCHMARK_CAPTURE(FrameScan, chunks, CHUNK)->Name("MessageProcessor_Frame_Chunks16KiB/memchr")->Apply(ThreeSizes);
 BENCHMARK_CAPTURE(FrameJoin, chunks, CHUNK)->Name("MessageProcessor_Frame_Chunks16KiB/joined")->Apply(ThreeSizes);
 
-class Messages : public MessageProcessor
-{
-public:
-    bool IsValidMessage(std::string const& name) const override { return name == "Volumes"; }
-
-    void HandleMessage(Stream& /*stream*/, unsigned char const* /*data*/, unsigned /*length*/,
-                       xercesc::DOMNode const& /*element*/) const override
-    {
-        ++handled;
-    }
-
-    mutable std::int64_t handled = 0;
-};
-
 void DispatchOurs(benchmark::State& state)
 {
     std::string const message = bench::MakeDocument(static_cast<std::size_t>(state.range())) + '\0';
-    Messages messages;
+    bench::Messages messages;
     Pipe pipe;
     for (auto _ : state)
         messages.ProcessMessages(pipe, Bytes(message.data()), static_cast<unsigned>(message.size()));
