@@ -1,5 +1,6 @@
 #include "GuardedMessageProcessor.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "tovu/util/LoggerMgr.h"
@@ -51,7 +52,7 @@ unsigned GuardedMessageProcessor::ParseMessage(Stream& stream, unsigned char con
 {
     if (ended_)
         return EVERYTHING;
-    pending_ -= length + GetDelimiter().second;
+    pending_ -= std::min(pending_, length + GetDelimiter().second);  // a message may come from elsewhere, too
     if (length == 0)
         return 0;
 

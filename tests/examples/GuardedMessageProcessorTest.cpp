@@ -287,6 +287,15 @@ TEST_F(GuardedMessageProcessorTest, ManyMessagesThatTogetherAreLongAreHandled)
     EXPECT_EQ(Strings(2000, "a"), recorder_.seen);
 }
 
+TEST_F(GuardedMessageProcessorTest, AMessageThatWasNotReadDoesNotCountForThoseThatAre)
+{
+    tovu::util::Pipe closed;
+    std::string const message = "<a/>";
+    recorder_.ParseMessage(closed, reinterpret_cast<unsigned char const*>(message.data()), 4);
+    Serve(recorder_, Message("<b/>") + Message("<next/>"), 1);
+    EXPECT_EQ((Strings{"a", "b", "next"}), recorder_.seen);
+}
+
 TEST_F(GuardedMessageProcessorTest, WhatIsNoStandardExceptionEndsTheMessageAlone)
 {
     Serve(recorder_, Message("<number/>") + Message("<dom/>") + Message("<next/>"));
