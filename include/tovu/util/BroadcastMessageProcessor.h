@@ -14,17 +14,24 @@ namespace tovu { namespace util {
 class ServerBroadcastSocket;
 
 /// Reads XML messages from datagrams, one document in each, and hands them to virtual hooks with their sender's address.
-///
-/// The counterpart of MessageProcessor: derive, name the messages that you expect, and handle them. A datagram ends
-/// where it ends: there is no delimiter, and a NUL byte at its end goes to the parser like the rest.
 /// \code
+///     #include <cstdio>
+///     #include "tovu/util/ServerBroadcastSocket.h"
 ///     class Discovery : public BroadcastMessageProcessor
 ///     {
 ///         bool IsValidMessage(std::string const& name) const override { return name == "Discover"; }
-///         void HandleMessage(ServerBroadcastSocket& socket, unsigned char const* data, unsigned length,
-///                            xercesc::DOMNode const& element, Socket::Address const& sender) const override;
+///         void HandleMessage(ServerBroadcastSocket&, unsigned char const*, unsigned, xercesc::DOMNode const&,
+///                            Socket::Address const& sender) const override
+///         {
+///             std::printf("%s is there.\n", sender.AddrToString().c_str());
+///         }
 ///     };
+///     ServerBroadcastSocket socket(Socket::Address(4711, INADDR_ANY), true);
+///     Discovery().ReadMessages(socket);
 /// \endcode
+///
+/// The counterpart of MessageProcessor: derive, name the messages that you expect, and handle them. A datagram ends
+/// where it ends: there is no delimiter, and a NUL byte at its end goes to the parser like the rest.
 ///
 /// Ownership: owns nothing. Sockets are borrowed during each call.
 /// Threads: one thread and one socket for each processor; every hook runs on that thread. Any may call SetStop.
@@ -39,9 +46,9 @@ class ServerBroadcastSocket;
 class BroadcastMessageProcessor
 {
 public:
-    BroadcastMessageProcessor();
-    BroadcastMessageProcessor(BroadcastMessageProcessor const&) = default;
-    BroadcastMessageProcessor& operator=(BroadcastMessageProcessor const&) = default;
+    BroadcastMessageProcessor();                                                       ///< The stop flag is not set.
+    BroadcastMessageProcessor(BroadcastMessageProcessor const&) = default;             ///< The stop flag is copied.
+    BroadcastMessageProcessor& operator=(BroadcastMessageProcessor const&) = default;  ///< The stop flag is copied.
     virtual ~BroadcastMessageProcessor();
 
     /// Reads and processes datagrams until the stop flag is set or one cannot be read. Blocks in between.
@@ -58,13 +65,16 @@ public:
     /// With true, makes ReadMessages return. It looks when its wait returns: after the next datagram or a signal.
     void SetStop(bool stop);
 
-    // The hooks, each called on the reading thread, without a lock:
-    //
-    //   hook            called                                                   may throw
-    //   ParseMessage    for each datagram that is not empty                      anything: passes out of ReadMessages
-    //   IsValidMessage  by ParseMessage, with the name of the document element   std::exception: HandleError with 3
-    //   HandleMessage   by ParseMessage, for a name that IsValidMessage accepts  std::exception: HandleError with 3
-    //   HandleError     by ParseMessage, after the parser is gone                anything: passes out of ReadMessages
+    /// \name Hooks
+    /// Each is called on the reading thread, without a lock.
+    ///
+    /// | Hook           | Called                                                  | What it throws
+    /// |----------------|---------------------------------------------------------|------------------------------------
+    /// | ParseMessage   | for each datagram that is not empty                     | anything: passes out of ReadMessages
+    /// | IsValidMessage | by ParseMessage, with the name of the document element  | std::exception: HandleError with 3
+    /// | HandleMessage  | by ParseMessage, for a name that IsValidMessage accepts | std::exception: HandleError with 3
+    /// | HandleError    | by ParseMessage, after the parser is gone               | anything: passes out of ReadMessages
+    /// \{
 
     /// Parses one message and calls IsValidMessage and then HandleMessage or HandleError. An empty message is dropped.
     virtual void ParseMessage(ServerBroadcastSocket& socket, unsigned char const* data, unsigned length,
@@ -82,6 +92,8 @@ public:
     /// std::exception came out of parsing or handling it, which has been logged. Does nothing here.
     virtual void HandleError(int code, ServerBroadcastSocket& socket, unsigned char const* data, unsigned length,
                              Socket::Address const& sender) const;
+
+    /// \}
 
 private:
     bool stop_ = false;  // shared between threads by atomic loads and stores

@@ -6,6 +6,10 @@ namespace tovu { namespace util {
 
 /// A datagram socket and the address that it was made for: what ClientBroadcastSocket and ServerBroadcastSocket have in
 /// common.
+/// \code
+///     BroadcastSocket socket(Socket::Address(4711, INADDR_ANY), true);
+///     socket.Bind(Socket::Address(4711, INADDR_ANY));  // the constructor does not bind
+/// \endcode
 ///
 /// Ownership, threads, errors: as Socket.
 class BroadcastSocket : public Socket
@@ -17,6 +21,7 @@ public:
     ~BroadcastSocket() noexcept override;
 
 protected:
+    /// The address that was given to the constructor.
     Address const& GetAddress() const { return address_; }
 
 private:

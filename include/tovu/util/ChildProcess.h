@@ -10,6 +10,7 @@ namespace tovu { namespace util {
 
 /// Runs another program, if wanted in a control group or with less address space, and tells how it ended.
 /// \code
+///     #include "tovu/util/LoggerMgr.h"
 ///     ChildProcess scrub("/usr/sbin/scrub", false);
 ///     scrub.AddArgument("/srv/volumes/photos");
 ///     if (scrub.Exec() != 0)
@@ -31,19 +32,25 @@ class ChildProcess : private boost::noncopyable
 {
 public:
     /// Three pipes for a child's standard streams, each with its reading end first. Nothing connects them to a child.
+    /// \code
+    ///     #include <unistd.h>
+    ///     ChildProcess::StdIO pipes;
+    ///     if (pipes.outPipe[1] != -1)
+    ///         dup2(pipes.outPipe[1], STDOUT_FILENO);  // what the program and its children print now goes to outPipe[0]
+    /// \endcode
     ///
     /// Ownership: owns the six descriptors; not copyable.
     /// Errors: a pipe that cannot be made is logged, and both its ends are -1.
     struct StdIO
     {
-        StdIO();
+        StdIO();  ///< See pipe(2). The ends are inherited by child processes.
         StdIO(StdIO const&) = delete;
         StdIO& operator=(StdIO const&) = delete;
-        ~StdIO();
+        ~StdIO();  ///< Closes the six.
 
-        int inPipe[2];
-        int outPipe[2];
-        int errPipe[2];
+        int inPipe[2];   ///< Meant for the child's standard input: [0] to read, [1] to write.
+        int outPipe[2];  ///< Meant for its standard output.
+        int errPipe[2];  ///< Meant for its standard error.
     };
 
     /// What Wait and Exec tell.

@@ -9,7 +9,7 @@ namespace tovu { namespace util {
 /// Sends datagrams to one address, usually a broadcast address, and cannot receive any.
 /// \code
 ///     ClientBroadcastSocket socket(Socket::Address(4711, INADDR_BROADCAST), true);
-///     socket.Write(message.data(), static_cast<unsigned>(message.size()));
+///     socket.Write("<Discover/>", 11);
 /// \endcode
 ///
 /// Ownership, threads, errors: as Socket.

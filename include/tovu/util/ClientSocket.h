@@ -7,6 +7,7 @@ namespace tovu { namespace util {
 /// A stream socket that connects when it is made, to a local or an IPv4 address.
 /// \code
 ///     ClientSocket socket(Socket::Address("/run/volumed.sock"), true);
+///     socket.Write("<GetInfo/>", sizeof("<GetInfo/>"));
 /// \endcode
 ///
 /// Ownership, threads, errors: as Socket.

@@ -14,6 +14,7 @@ namespace tovu { namespace util {
 
 /// Walks the entries of one folder.
 /// \code
+///     std::string listing;
 ///     Directory folder("/srv/volumes");
 ///     Directory::Entry entry;
 ///     for (bool more = folder.GetFirstEntry(entry); more; more = folder.GetNextEntry(entry))
@@ -68,6 +69,11 @@ public:
 };
 
 /// One item of a folder: a plain value that travels as an XML element.
+/// \code
+///     Directory::Entry const entry("/srv/volumes/photos");
+///     if (entry.type == Directory::Entry::TYPE_FOLDER)
+///         entry.ToString(0);  // <Entry type = "folder" name = "photos" ...
+/// \endcode
 ///
 /// Dates are seconds since the Unix epoch; what lies outside of 32 bits becomes their first or last second.
 ///
@@ -76,9 +82,9 @@ class Directory::Entry
 {
 public:
     static constexpr int TYPE_INVALID = 0;  ///< A device, a pipe, a socket; or unknown.
-    static constexpr int TYPE_FILE = 1;
-    static constexpr int TYPE_FOLDER = 2;
-    static constexpr int TYPE_LINK = 3;  ///< A symbolic link. Has no text of its own, so as XML it becomes invalid.
+    static constexpr int TYPE_FILE = 1;     ///< A regular file.
+    static constexpr int TYPE_FOLDER = 2;   ///< A folder.
+    static constexpr int TYPE_LINK = 3;     ///< A symbolic link. Has no text of its own, so as XML it becomes invalid.
 
     /// Equal to Empty.
     Entry() noexcept;
@@ -96,7 +102,7 @@ public:
     static int string2type(std::string const& text);
 
     /// The entry as one XML element, without a line end:
-    /// \code
+    /// \code{.xml}
     ///     <Entry type = "file" name = "a" lastStatusDate = "1" lastAccessedDate = "2" lastModifiedDate = "3" size = "4"/>
     /// \endcode
     /// The name stands there as it is: one that holds a double quote, an ampersand or a less-than sign breaks the

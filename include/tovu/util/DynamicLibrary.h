@@ -8,7 +8,8 @@ namespace tovu { namespace util {
 /// \code
 ///     DynamicLibrary plugin;
 ///     plugin.Load("/usr/lib/volumed/scrub");  // opens /usr/lib/volumed/scrub.so
-///     auto const create = reinterpret_cast<Handler* (*)()>(plugin.GetProc("CreateHandler"));
+///     auto const scrub = reinterpret_cast<void (*)(char const*)>(plugin.GetProc("Scrub"));
+///     scrub("/srv/volumes/photos");
 /// \endcode
 ///
 /// Ownership: owns the loaded library; not copyable. The destructor unloads it and logs a failure instead of throwing.

@@ -8,16 +8,18 @@
 namespace tovu { namespace util {
 
 /// The one error type of the library: a message, and the trail of source locations through which it has travelled.
-///
-/// Every failure is thrown as an Exception; no function of the library reports a failed system call by a result.
-/// A function that wants to appear in the trail adds its own place and passes the same object on:
 /// \code
-///     catch (tovu::util::Exception& exception)
-///     {
-///         exception.locations.push_back(tovu::util::Exception::Location(__FILE__, __LINE__));
+///     #include <unistd.h>
+///     try {
+///         if (unlink("/run/volumed.sock") == -1)
+///             throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));
+///     } catch (Exception& exception) {
+///         exception.locations.push_back(Exception::Location(__FILE__, __LINE__));
 ///         throw;
 ///     }
 /// \endcode
+///
+/// A function that wants to appear in the trail adds its own place and passes the same object on, as above.
 ///
 /// Ownership: the object owns its message and its locations; a location only points at its file name.
 /// Threads: none of its own; use one object from one thread at a time.
@@ -26,8 +28,12 @@ class Exception : public std::exception
 {
 public:
     /// One place that an exception was thrown from or seen at.
+    /// \code
+    ///     Exception::Location const here(__FILE__, __LINE__);
+    /// \endcode
     struct Location
     {
+        /// Both as they are given.
         Location(char const* sourceFile, std::uint32_t sourceLine) : file(sourceFile), line(sourceLine) {}
 
         char const* file;    ///< As `__FILE__` spells it. Not copied: it must outlive every exception.
@@ -37,8 +43,8 @@ public:
     /// Starts the trail with its first and only location, the throw site.
     Exception(char const* file, unsigned line, std::string message);
 
-    Exception(Exception const&) = default;
-    Exception& operator=(Exception const&) = default;
+    Exception(Exception const&) = default;             ///< Copies the message and the trail.
+    Exception& operator=(Exception const&) = default;  ///< Copies the message and the trail.
     ~Exception() noexcept override;
 
     /// The message alone, without the traceback. Valid as long as the object lives.

@@ -7,6 +7,15 @@
 namespace tovu { namespace util {
 
 /// An unbuffered, seekable file: a RandomSeekStream over one descriptor, with record locks.
+/// \code
+///     #include <fcntl.h>
+///     FileHandleStream file;
+///     file.Open("/srv/volumes/photos/index", O_RDWR | O_CREAT, 0644);
+///     RandomSeekStream::Region const counter = {0, 8};  // the bytes 0 to 7
+///     file.LockRegion(counter, true);
+///     file.WritePtr(0, file.ReadPtr(0) + 1);
+///     file.UnlockRegion(counter);
+/// \endcode
 ///
 /// Positions, sizes and regions are those of the 32-bit file interfaces on every build: values are cut to their low 32
 /// bits on the way down and sign-extended on the way up, and a position from 2 GiB on fails with EOVERFLOW. So files
@@ -58,6 +67,7 @@ public:
     /// See fcntl(2), F_SETLK. Never waits: throws at once when another process holds a lock in the way.
     void LockRegion(Region const& region, bool exclusive) override;
 
+    /// See fcntl(2), F_SETLK with F_UNLCK.
     void UnlockRegion(Region const& region) override;
 
     /// Opens a file with the flags and the mode of open(2). Throws the current `errno` when the stream is already open,

@@ -7,6 +7,12 @@
 namespace tovu { namespace util {
 
 /// The sink that writes to the system log. In spite of its name it writes no file.
+/// \code
+///     #include <syslog.h>
+///     #include "tovu/util/LoggerMgr.h"
+///     openlog("volumed", LOG_PID, LOG_LOCAL5);
+///     LoggerMgr::Instance().AddLogger(std::auto_ptr<Logger>(new FileLogger("")));
+/// \endcode
 ///
 /// Every record has facility LOG_LOCAL5 and severity LOG_INFO (priority value 174) whatever the level of the line was.
 /// The system log is neither opened nor closed here: call openlog(3) before, to choose the name that records carry.

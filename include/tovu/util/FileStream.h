@@ -8,6 +8,13 @@
 namespace tovu { namespace util {
 
 /// A buffered, seekable file: a RandomSeekStream over a FILE of stdio(3). For whole files, read or written in order.
+/// \code
+///     FileStream file;
+///     file.Open("/srv/volumes/photos/readme", "w");
+///     file.Write("Photos.\n", 8);
+///     file.Flush();  // a full device shows here, not in the destructor
+///     file.Close();
+/// \endcode
 ///
 /// Positions are those of the 32-bit file interfaces on every build: offsets are cut to their low 32 bits, and a
 /// position from 2 GiB on fails with EOVERFLOW. There is no descriptor, so a StreamSelector refuses it, and there are no

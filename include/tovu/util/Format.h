@@ -7,6 +7,10 @@ namespace tovu { namespace util {
 
 /// \file
 /// Free functions that turn values into text: printf-like formatting, hex dumps, and the two text codec hooks.
+/// \code
+///     std::string const text = FormatString("%s-%03u", "volume", 7U);  // "volume-007"
+///     std::string const dump = HexFormatstring(text);
+/// \endcode
 ///
 /// Ownership: every function returns a new std::string and keeps nothing.
 /// Threads: any number of threads may call any of them at once.
@@ -24,8 +28,8 @@ std::string FormatStringHelper(char const* format, va_list arguments) __attribut
 
 /// A hex dump of `length` bytes at `data`: lines of 16 bytes, each as two lower-case digits and a blank, one more
 /// blank, then the bytes as text with "." for what isprint(3) refuses in the process's locale, and a line feed. A
-/// shorter last line is padded, so that its text stands under the others. There is no offset column. \return An empty
-/// text when `data` is null or `length` is 0.
+/// shorter last line is padded, so that its text stands under the others. There is no offset column.
+/// \return The dump; an empty text when `data` is null or `length` is 0.
 std::string HexFormatBuffer(void const* data, unsigned length);
 
 /// HexFormatBuffer over the bytes of `text`, zero bytes included.

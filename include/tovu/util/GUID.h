@@ -7,7 +7,8 @@ namespace tovu { namespace util {
 /// A 128-bit identifier: 16 bytes, with a text form of 32 lower-case hexadecimal digits.
 /// \code
 ///     GUID const volume = GUID::FromRandom();
-///     GUID(volume.ToString()) == volume;  // true
+///     std::string const text = volume.ToString();  // 32 digits
+///     GUID const same(text);                       // same == volume
 /// \endcode
 ///
 /// Threads: as any value. FromRandom may be called on any thread.
@@ -41,9 +42,16 @@ private:
     unsigned char bytes_[16];
 };
 
-/// Byte by byte, the first byte first.
+/// True when all 16 bytes are equal.
+/// \relates GUID
 bool operator==(GUID const& left, GUID const& right);
+
+/// The opposite of ==.
+/// \relates GUID
 bool operator!=(GUID const& left, GUID const& right);
+
+/// Orders byte by byte, the first byte first, and so as the texts are ordered.
+/// \relates GUID
 bool operator<(GUID const& left, GUID const& right);
 
 }}  // namespace tovu::util

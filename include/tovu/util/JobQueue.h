@@ -13,9 +13,17 @@ namespace tovu { namespace util {
 
 /// A pool of worker threads that run jobs from one first-in-first-out queue.
 /// \code
-///     JobQueue queue(2, 0);
-///     queue.Enq(std::auto_ptr<JobQueue::Job>(new ScrubJob("photos")));
-///     queue.Cancel("photos");  // true while it waits
+///     #include <unistd.h>
+///     struct SyncJob : JobQueue::Job
+///     {
+///         std::string GetName() const override { return "sync"; }
+///         void Setup(bool const&) override {}
+///         void Execute(bool const&) override { sync(); }
+///         void Cleanup(bool const&) override {}
+///     };
+///     JobQueue queue(2, 0);  // two workers, nice value 0
+///     queue.Enq(std::auto_ptr<JobQueue::Job>(new SyncJob));
+///     queue.Cancel("sync");  // true while it waits
 /// \endcode
 ///
 /// Guarantees:
@@ -35,13 +43,27 @@ class JobQueue
 {
 public:
     /// Something to do, with a name by which it can be cancelled.
+    /// \code
+    ///     #include <unistd.h>
+    ///     class KeepInSync : public JobQueue::Job
+    ///     {
+    ///         std::string GetName() const override { return "keep in sync"; }
+    ///         void Setup(bool const&) override { sync(); }
+    ///         void Execute(bool const& stop) override
+    ///         {
+    ///             while (!__atomic_load_n(&stop, __ATOMIC_ACQUIRE) && sleep(1) == 0)
+    ///                 sync();
+    ///         }
+    ///         void Cleanup(bool const&) override { sync(); }
+    ///     };
+    /// \endcode
     ///
     /// The three steps run one after the other on one worker thread, each with the queue's stop flag. The flag changes
     /// while they run and without a lock: read it with `__atomic_load_n(&stop, __ATOMIC_ACQUIRE)`.
     class Job
     {
     public:
-        Job() = default;
+        Job() = default;  ///< Holds nothing.
         Job(Job const&) = delete;
         Job& operator=(Job const&) = delete;
         virtual ~Job();
@@ -49,15 +71,22 @@ public:
         /// The name that Cancel compares with. Names need not be unique.
         virtual std::string GetName() const = 0;
 
+        /// The first step.
         virtual void Setup(bool const& stop) = 0;
+
+        /// The second step: the work.
         virtual void Execute(bool const& stop) = 0;
+
+        /// The last step. It is not run when an earlier one throws.
         virtual void Cleanup(bool const& stop) = 0;
     };
 
-    /// One thread of the pool: takes jobs from the queue and runs them until the stop flag is set.
+    /// One thread of the pool: takes jobs from the queue and runs them until the stop flag is set. The queue makes it;
+    /// programs have no use for one.
     class Worker : public Thread
     {
     public:
+        /// Borrows the queue. Does not start the thread: the queue does.
         explicit Worker(JobQueue* queue);
         ~Worker() override;
 

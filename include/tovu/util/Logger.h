@@ -5,6 +5,16 @@
 namespace tovu { namespace util {
 
 /// A sink for log lines. Derive from it, and hand the object to LoggerMgr::AddLogger.
+/// \code
+///     #include <cstdio>
+///     class ErrorOutput : public Logger
+///     {
+///         void Log(std::string const& header, std::string const& message) override
+///         {
+///             std::fputs((header + message).c_str(), stderr);
+///         }
+///     };
+/// \endcode
 ///
 /// Ownership: the manager owns every logger that it was given and deletes it through this class.
 /// Threads: Log is called from the manager's one thread only, so a sink needs no lock for itself.
@@ -13,7 +23,7 @@ namespace tovu { namespace util {
 class Logger
 {
 public:
-    Logger() = default;
+    Logger() = default;  ///< Holds nothing.
     Logger(Logger const&) = delete;
     Logger& operator=(Logger const&) = delete;
     virtual ~Logger();

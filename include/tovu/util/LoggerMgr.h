@@ -12,6 +12,9 @@
 #include "tovu/util/Singleton.h"
 #include "tovu/util/Thread.h"
 
+/// \file
+/// The log manager, and the macro that calls it.
+
 /// Logs one line when `level` is at most the manager's threshold: TOVU_LOG(LoggerMgr::LEVEL_INFO, "%s\n", text).
 ///
 /// Takes a printf(3) format and its arguments, which are evaluated only when the line is kept. Usable wherever one
@@ -28,10 +31,11 @@ namespace tovu { namespace util {
 /// The process's log manager: formats lines on the caller's thread, queues them, and hands them to its sinks on a
 /// thread of its own.
 /// \code
+///     #include "tovu/util/FileLogger.h"
 ///     LoggerMgr& manager = LoggerMgr::Instance();
 ///     manager.AddLogger(std::auto_ptr<Logger>(new FileLogger("")));
 ///     manager.Init("volumed", LoggerMgr::LEVEL_INFO, LoggerMgr::HEADER_LEVEL | LoggerMgr::HEADER_LOCATION, 0);
-///     TOVU_LOG(LoggerMgr::LEVEL_INFO, "%d volumes are mounted.\n", count);
+///     TOVU_LOG(LoggerMgr::LEVEL_INFO, "%d volumes are mounted.\n", 3);
 /// \endcode
 ///
 /// Guarantees:
@@ -45,18 +49,26 @@ namespace tovu { namespace util {
 ///   - the queue has no bound: a sink that blocks makes it grow. Lines still queued when the process ends are lost;
 ///   - other threads log no more when `main` returns: while static objects are destroyed, Instance begins to throw.
 ///
+/// Ownership: owns its sinks, which live as long as the process.
+/// Threads: any may log, and ask for the level. Init and AddLogger are called by one.
 /// Errors: std::bad_alloc; boost::lock_error from the mutex.
 class LoggerMgr : public Thread, public Singleton<LoggerMgr>
 {
 public:
-    /// Levels: the lower, the more severe.
-    static constexpr unsigned LEVEL_ERROR = 1;
-    static constexpr unsigned LEVEL_WARNING = 2;
-    static constexpr unsigned LEVEL_INFO = 3;
-    static constexpr unsigned LEVEL_DEBUG = 4;
+    /// \name Levels
+    /// The lower, the more severe.
+    /// \{
 
-    /// Header flags. The elements stand in this order, whatever the values: banner, time, host, name, ids, level,
-    /// location.
+    static constexpr unsigned LEVEL_ERROR = 1;    ///< "Error"
+    static constexpr unsigned LEVEL_WARNING = 2;  ///< "Warning"
+    static constexpr unsigned LEVEL_INFO = 3;     ///< "Info"
+    static constexpr unsigned LEVEL_DEBUG = 4;    ///< "Debug"
+
+    /// \}
+    /// \name Header flags
+    /// The elements stand in this order, whatever the values: banner, time, host, name, ids, level, location.
+    /// \{
+
     static constexpr unsigned HEADER_BANNER = 0x01;    ///< One hundred asterisks and a line feed.
     static constexpr unsigned HEADER_LEVEL = 0x02;     ///< The level's name.
     static constexpr unsigned HEADER_TIME = 0x04;      ///< The local time as "%b %d %T" of strftime(3).
@@ -66,6 +78,8 @@ public:
     static constexpr unsigned HEADER_THREAD = 0x40;    ///< "[THREAD]", the calling thread's pthread_self(3).
     static constexpr unsigned HEADER_LOCATION = 0x80;  ///< "FILE:LINE " of the caller.
 
+    /// \}
+
     /// An idle manager: no name, threshold 0 (so that TOVU_LOG keeps nothing), flags 0, no sinks, no thread. Programs
     /// use Instance() instead.
     LoggerMgr();
@@ -73,6 +87,7 @@ public:
 
     /// Stores the settings and starts the thread that feeds the sinks. Lines that were queued before are delivered.
     ///
+    /// \param name     What HEADER_NAME shows.
     /// \param level    The threshold that TOVU_LOG compares with: 0 keeps nothing, LEVEL_DEBUG everything.
     /// \param flags    HEADER_ values, or-ed; 0 leaves the header empty.
     /// \param priority The nice value of the thread, see Thread::Create. Whether it started is not checked.
@@ -94,7 +109,9 @@ public:
     /// Formats one line and queues it, whatever its level: TOVU_LOG is the call that tests first. Takes 16 KiB of the
     /// calling thread's stack; a longer message is formatted on the heap.
     ///
+    /// \param level     Only named in the header.
     /// \param file,line The caller's `__FILE__` and `__LINE__`; read during the call only.
+    /// \param format    A printf(3) format, followed by its arguments.
     void Log(unsigned level, char const* file, unsigned line, char const* format, ...)
         __attribute__((format(printf, 5, 6)));
 

@@ -14,18 +14,23 @@ namespace tovu { namespace util {
 class Stream;
 
 /// Reads XML messages from a stream and hands them to virtual hooks.
+/// \code
+///     #include "tovu/util/MessageWriter.h"
+///     #include "tovu/util/ServerSocket.h"
+///     class Answers : public MessageProcessor
+///     {
+///         bool IsValidMessage(std::string const& name) const override { return name == "Ping"; }
+///         void HandleMessage(Stream& stream, unsigned char const*, unsigned, xercesc::DOMNode const&) const override
+///         {
+///             MessageWriter(stream).Write("<Pong/>", sizeof("<Pong/>"));
+///         }
+///     };
+///     ServerSocket listener(Socket::Address("/run/volumed.sock"), SOMAXCONN, true);
+///     Answers().ReadMessages(*listener.Accept());
+/// \endcode
 ///
 /// On the wire every document is followed by one delimiter, a 0x00 byte. Derive, name the messages that you expect, and
-/// handle them:
-/// \code
-///     class VolumeMessages : public MessageProcessor
-///     {
-///         bool IsValidMessage(std::string const& name) const override { return name == "GetInfo"; }
-///         void HandleMessage(Stream& stream, unsigned char const* data, unsigned length,
-///                            xercesc::DOMNode const& element) const override;
-///     };
-///     VolumeMessages().ReadMessages(*connection);
-/// \endcode
+/// handle them. The program has initialised the parser's platform before (xercesc::XMLPlatformUtils::Initialize).
 ///
 /// Ownership: owns the bytes of an unfinished message, nothing else. Streams are borrowed during each call.
 /// Threads: one thread and one stream for each processor; every hook runs on that thread. Any may call SetStop.
@@ -40,9 +45,9 @@ public:
     /// Bytes and how many of them there are.
     typedef std::pair<unsigned char const*, unsigned> ByteSpan;  // NOLINT(modernize-use-using): as users spell it
 
-    MessageProcessor();
-    MessageProcessor(MessageProcessor const&) = default;
-    MessageProcessor& operator=(MessageProcessor const&) = default;
+    MessageProcessor();                                              ///< The stop flag is not set.
+    MessageProcessor(MessageProcessor const&) = default;             ///< Copies the unfinished message as well.
+    MessageProcessor& operator=(MessageProcessor const&) = default;  ///< Copies the unfinished message as well.
     virtual ~MessageProcessor();
 
     /// Reads and processes messages until the stop flag is set or the stream has nothing more to read. Blocks in
@@ -68,14 +73,17 @@ public:
     /// True when the bytes end in a delimiter. What stands before it is not looked at.
     bool WellFormedMessage(std::vector<unsigned char> const& message) const;
 
-    // The hooks, each called on the reading thread, without a lock:
-    //
-    //   hook            called                                                   may throw
-    //   ParseMessage    for each complete message, also an empty one             anything: passes out of ReadMessages
-    //   IsValidMessage  by ParseMessage, with the name of the document element   std::exception: HandleError with 3
-    //   HandleMessage   by ParseMessage, for a name that IsValidMessage accepts  std::exception: HandleError with 3
-    //   HandleError     by ParseMessage, after the parser is gone                anything: passes out of ReadMessages
-    //   GetDelimiter    several times for each chunk                             nothing
+    /// \name Hooks
+    /// Each is called on the reading thread, without a lock.
+    ///
+    /// | Hook           | Called                                                  | What it throws
+    /// |----------------|---------------------------------------------------------|------------------------------------
+    /// | ParseMessage   | for each complete message, also an empty one            | anything: passes out of ReadMessages
+    /// | IsValidMessage | by ParseMessage, with the name of the document element  | std::exception: HandleError with 3
+    /// | HandleMessage  | by ParseMessage, for a name that IsValidMessage accepts | std::exception: HandleError with 3
+    /// | HandleError    | by ParseMessage, after the parser is gone               | anything: passes out of ReadMessages
+    /// | GetDelimiter   | several times for each chunk                            | nothing: it must not throw
+    /// \{
 
     /// Parses one message, given without its delimiter, and calls IsValidMessage and then HandleMessage or HandleError.
     /// An empty message is dropped.
@@ -95,6 +103,8 @@ public:
 
     /// The delimiter, at least one byte that lives as long as the processor; here one 0x00.
     virtual ByteSpan GetDelimiter() const;
+
+    /// \}
 
 private:
     bool stop_ = false;                   // shared between threads by atomic loads and stores

@@ -9,8 +9,9 @@ class Stream;
 /// Writes messages to a stream: the bytes as they are given, so the sender includes the delimiter (one 0x00 byte behind
 /// each document, see MessageProcessor).
 /// \code
-///     static char const answer[] = "<Pong/>";
-///     MessageWriter(stream).Write(answer, sizeof(answer));  // the literal's own NUL is the delimiter
+///     #include "tovu/util/ClientSocket.h"
+///     ClientSocket socket(Socket::Address("/run/volumed.sock"), true);
+///     MessageWriter(socket).Write("<Ping/>", sizeof("<Ping/>"));  // the literal's own NUL is the delimiter
 /// \endcode
 ///
 /// Ownership: borrows the stream, which must outlive the writer.
@@ -20,6 +21,7 @@ class Stream;
 class MessageWriter
 {
 public:
+    /// A writer for one stream; writes nothing yet.
     explicit MessageWriter(Stream& stream) : stream_(stream) {}
 
     /// Writes until `length` bytes have gone; blocks without limit, interruptions included.

@@ -5,6 +5,13 @@
 namespace tovu { namespace util {
 
 /// A list of pointers that deletes what they point at when it is destroyed.
+/// \code
+///     #include <string>
+///     OwnerList<std::string> names;
+///     names.push_back(new std::string("photos"));
+///     delete names.front();  // whoever takes an element out deletes it
+///     names.pop_front();
+/// \endcode
 ///
 /// Guarantees: elements are deleted from front to back, each through its own destructor; null pointers are skipped.
 ///
@@ -16,7 +23,7 @@ template <typename T>
 class OwnerList : public std::list<T*>
 {
 public:
-    OwnerList() = default;
+    OwnerList() = default;  ///< An empty list.
     OwnerList(OwnerList const&) = delete;
     OwnerList& operator=(OwnerList const&) = delete;
 

@@ -21,6 +21,7 @@ namespace tovu { namespace util {
 class Path
 {
 public:
+    /// Borrows the text, and looks at nothing yet.
     explicit Path(std::string const& path) : path_(path) {}
 
     /// '/'

@@ -6,6 +6,8 @@ namespace tovu { namespace util {
 
 /// One end of an anonymous pipe, as a Stream. See pipe(7).
 /// \code
+///     #include <cerrno>
+///     #include "tovu/util/Exception.h"
 ///     int ends[2];
 ///     if (Pipe::CreatePipe(ends) == -1)
 ///         throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));

@@ -7,6 +7,14 @@
 namespace tovu { namespace util {
 
 /// A Stream that can be positioned, and whose regions can be locked: the interface of the file streams.
+/// \code
+///     std::string Rename(RandomSeekStream& index, std::string const& name)
+///     {
+///         std::string const old = index.Readstring(8);
+///         index.Writestring(8, name);
+///         return old;
+///     }
+/// \endcode
 ///
 /// It also reads and writes two kinds of values at absolute offsets: 64-bit values (eight bytes, most significant first
 /// when the stream swaps on a little-endian host) and strings (their bytes and one NUL byte).
@@ -17,6 +25,12 @@ class RandomSeekStream : public Stream
 {
 public:
     /// A range of bytes in a file.
+    /// \code
+    ///     bool IsInside(RandomSeekStream::Region const& region, unsigned long long offset)
+    ///     {
+    ///         return offset >= region.offset && offset - region.offset < region.length;
+    ///     }
+    /// \endcode
     struct Region
     {
         unsigned long long offset;  ///< The first byte, counted from the start of the file.

@@ -9,8 +9,9 @@ namespace tovu { namespace util {
 /// Receives datagrams on a port, with their senders' addresses, and cannot send any.
 /// \code
 ///     ServerBroadcastSocket socket(Socket::Address(4711, INADDR_ANY), true);
+///     char datagram[1500];
 ///     Socket::Address sender(static_cast<unsigned short>(AF_INET));
-///     int const size = socket.Read(buffer, sizeof(buffer), sender);
+///     socket.Read(datagram, sizeof(datagram), sender);
 /// \endcode
 ///
 /// IsDataAvailable tells the size of the next datagram. It is false for an empty one, which stays queued, and a selector
@@ -28,9 +29,8 @@ public:
     /// Receives one datagram, and forgets who sent it.
     int Read(void* buffer, unsigned int length) override;
 
-    /// Receives one datagram, see recvfrom(2); of one that is longer than `length` the rest is lost.
-    /// \param from Receives the sender's address. Its `length` says on entry how much room there is, as in an address of
-    ///             the family AF_INET.
+    /// Receives one datagram, see recvfrom(2), and its sender's address; of one longer than `length` the rest is lost.
+    /// On entry `from.length` says how much room there is, as in an address that was made for the family AF_INET.
     /// \return The number of bytes received; 0 for an empty datagram.
     int Read(void* buffer, unsigned int length, Address& from);
 

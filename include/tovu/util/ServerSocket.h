@@ -22,6 +22,7 @@ public:
     /// connections of an earlier run (TIME_WAIT) do not stand in the way. A failure carries this constructor in its
     /// trail.
     ///
+    /// \param address  Where to listen; for port 0 the system picks one, see GetHostAddress.
     /// \param backlog  How many connections may wait to be accepted, see listen(2).
     /// \param blocking False makes Accept throw, with the text of EAGAIN, when no connection waits. Connections are in
     ///                 blocking mode either way.

@@ -6,7 +6,15 @@
 
 namespace tovu { namespace util {
 
-/// A base that gives `T` one process-wide instance, made on first use: `class Registry : public Singleton<Registry>`.
+/// A base that gives `T` one process-wide instance, made on first use.
+/// \code
+///     #include <string>
+///     struct Settings : Singleton<Settings>
+///     {
+///         std::string folder = "/srv/volumes";
+///     };
+///     std::string const folder = Settings::Instance().folder;
+/// \endcode
 ///
 /// Guarantees:
 ///   - any number of threads may call Instance at once, and all get the same object, constructed once;
@@ -33,7 +41,7 @@ public:
     }
 
 protected:
-    Singleton() = default;
+    Singleton() = default;  ///< For `T` alone.
     ~Singleton() = default;
 
 private:

@@ -12,6 +12,11 @@
 namespace tovu { namespace util {
 
 /// A BSD socket as a Stream, with its settings and queries.
+/// \code
+///     Socket socket(AF_INET, SOCK_STREAM, 0);
+///     socket.SetReuseAddress(true);
+///     socket.Bind(Socket::Address(4711, INADDR_ANY));
+/// \endcode
 ///
 /// Ownership: owns its descriptor; not copyable. The destructor closes it and logs a failure instead of throwing.
 /// Threads: one thread at a time.
@@ -64,10 +69,14 @@ public:
 
     /// SO_BROADCAST of socket(7).
     void SetBroadcast(bool broadcast);
+
+    /// SO_BROADCAST of socket(7).
     bool IsBroadcast() const;
 
     /// SO_REUSEADDR of socket(7).
     void SetReuseAddress(bool reuse);
+
+    /// SO_REUSEADDR of socket(7).
     bool IsReuseAddress() const;
 
     /// Asks for the address family and the type (SOCK_STREAM, ...). `protocol` is always set to 0.
@@ -103,17 +112,30 @@ private:
 };
 
 /// One socket address, local (a path) or IPv4 (address and port): a plain value.
+/// \code
+///     Socket::Address const local("/run/volumed.sock");
+///     Socket::Address const server(4711, htonl(INADDR_LOOPBACK));
+///     std::string const text = server.AddrToString();  // "127.0.0.1"
+/// \endcode
 ///
-/// Threads: as any value. Errors: the two constructors that look a name up throw Exception; nothing else does.
+/// Threads: as any value.
+/// Errors: the two constructors that look a name up throw Exception; nothing else does.
 class Socket::Address
 {
 public:
     /// Room for one address, read by its family.
+    /// \code
+    ///     bool IsLoopback(Socket::Address::Storage const& address)
+    ///     {
+    ///         return address.generic.sa_family == AF_INET &&
+    ///                address.inet.sin_addr.s_addr == htonl(INADDR_LOOPBACK);
+    ///     }
+    /// \endcode
     union Storage
     {
-        sockaddr generic;
-        sockaddr_in inet;
-        sockaddr_un local;
+        sockaddr generic;   ///< Any family: the family itself.
+        sockaddr_in inet;   ///< AF_INET, see ip(7).
+        sockaddr_un local;  ///< AF_LOCAL, see unix(7).
     };
 
     /// A local address. At most 107 characters of the path are kept. `length` counts the closing NUL.
@@ -135,6 +157,7 @@ public:
     /// The family 0 address of length 0.
     static Address const Empty;
 
+    /// AF_LOCAL or AF_INET; 0 for an empty address.
     unsigned short GetFamily() const { return address.generic.sa_family; }
 
     /// "127.0.0.1" without the port, the path of a local address, nothing for any other family.
@@ -158,10 +181,20 @@ public:
 };
 
 /// True when both lengths are equal and that many bytes are. An address of length 0 equals any other of length 0.
+/// \relates Socket::Address
 bool operator==(Socket::Address const& left, Socket::Address const& right);
+
+/// The opposite of ==.
+/// \relates Socket::Address
 bool operator!=(Socket::Address const& left, Socket::Address const& right);
 
 /// One network interface, as Socket::GetInterfaces reports it. Addresses are dotted decimal text.
+/// \code
+///     Socket::InterfaceInfo loopback;
+///     loopback.name = "lo";
+///     loopback.ipAddress = "127.0.0.1";
+///     loopback.isUp = true;
+/// \endcode
 struct Socket::InterfaceInfo
 {
     std::string name;              ///< "eth0"
@@ -173,17 +206,32 @@ struct Socket::InterfaceInfo
 };
 
 /// A Socket over a descriptor that somebody else owns.
+/// \code
+///     #include <unistd.h>
+///     TenantSocket input(STDIN_FILENO);  // of a service that inetd(8) has started
+///     unsigned long long waiting = 0;
+///     input.IsDataAvailable(&waiting);
+/// \endcode
 ///
 /// Ownership: borrows the descriptor; destruction does not close it. Close, called explicitly, does.
 /// Threads and errors: as Socket.
 class TenantSocket : public Socket
 {
 public:
+    /// Borrows a descriptor; -1 makes a closed Socket.
     explicit TenantSocket(int descriptor);
     ~TenantSocket() noexcept override;
 };
 
 /// Remembers a socket's mode for the length of a scope.
+/// \code
+///     Socket socket(AF_INET, SOCK_DGRAM, 0);
+///     socket.SetBlocking(false);
+///     {
+///         SetSocketNonBlocking const guard(socket);
+///     }
+///     socket.IsBlocking();  // false: the socket is in blocking mode now
+/// \endcode
 ///
 /// Because Socket::IsBlocking is true for a socket in non-blocking mode, the guard works the other way round than its
 /// name: a socket in blocking mode is left alone, one in non-blocking mode is in blocking mode when the scope ends.
@@ -194,6 +242,7 @@ public:
 class SetSocketNonBlocking
 {
 public:
+    /// Asks for the mode, and changes nothing yet.
     explicit SetSocketNonBlocking(Socket const& socket);
     SetSocketNonBlocking(SetSocketNonBlocking const&) = delete;
     SetSocketNonBlocking& operator=(SetSocketNonBlocking const&) = delete;

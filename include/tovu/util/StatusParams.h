@@ -13,15 +13,16 @@ namespace tovu { namespace util {
 
 /// The process's registry of volumes: whether work on each is stalled, by a lack of disk space or of memory. With it
 /// come the probes that feed it.
-///
-/// The database code reports each SQLite result code that is a failure; a timer asks whether work may go on:
 /// \code
-///     if (StatusParams::IsSQLiteError_MemoryOrDiskSpace(volume, code))
-///         StopWorkOn(volume);
-///     // later, now and then
-///     if (!StatusParams::IsVolumeLowOnDiskSpace(database, volume))
-///         GoOnWith(volume);
+///     bool MayGoOn(tovu::db::DB const& database, std::string const& volume, unsigned sqliteError)
+///     {
+///         if (StatusParams::IsSQLiteError_MemoryOrDiskSpace(volume, sqliteError))
+///             return false;
+///         return !StatusParams::IsVolumeLowOnDiskSpace(database, volume);
+///     }
 /// \endcode
+///
+/// The database code reports each SQLite result code that is a failure; a timer asks whether work may go on.
 ///
 /// A volume is known by the path that it is mounted at. It gets an entry from the first call that names it, except by
 /// the operations that say otherwise, and keeps it until RemoveDiskInfo.
@@ -40,6 +41,11 @@ public:
     static char const* const ACTION_STALLED;  ///< "stalled"
 
     /// What is known of one volume.
+    /// \code
+    ///     StatusParams::DISK_INFO info;
+    ///     if (StatusParams::GetDiskInfo("/srv/volumes/photos", info) && info.action == StatusParams::ACTION_STALLED)
+    ///         std::string const reason = info.status;  // "out of disk space" or "out of memory"
+    /// \endcode
     struct DISK_INFO
     {
         std::string action;  ///< ACTION_IDLE, or ACTION_STALLED when work has stopped.
@@ -79,7 +85,8 @@ public:
 
     /// Takes note of a failed SQLite call. SQLITE_NOMEM (7) always stalls the volume; SQLITE_IOERR (10) and SQLITE_FULL
     /// (13) do when it is low on space. Nothing else does.
-    /// \param code A primary result code: of an extended one pass the low eight bits.
+    /// \param volume Its mount point.
+    /// \param code   A primary result code: of an extended one pass the low eight bits.
     /// \return True when the volume is stalled by this.
     static bool IsSQLiteError_MemoryOrDiskSpace(std::string const& volume, unsigned int code);
 

@@ -3,6 +3,13 @@
 namespace tovu { namespace util {
 
 /// The one interface of every byte channel: files, pipes and sockets.
+/// \code
+///     void Greet(Stream& stream)
+///     {
+///         if (stream.IsOpen())
+///             stream.Write("Hello\n", 6);
+///     }
+/// \endcode
 ///
 /// One call is one system call: there is no buffer between, no loop over partial transfers, no retry after an
 /// interruption. StreamReader, StreamWriter and MessageWriter move whole buffers over any stream.

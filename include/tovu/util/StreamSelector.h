@@ -9,10 +9,13 @@ class Stream;
 
 /// Waits until streams can be read or written, with select(2). Made for one wait: add streams, select, query.
 /// \code
-///     StreamSelector selector;
-///     selector.AddStreamForReading(socket);
-///     if (selector.Select() && selector.IsStreamReadyForReading(socket))
-///         socket.Read(buffer, sizeof(buffer));
+///     bool HasInput(Stream const& stream)
+///     {
+///         StreamSelector selector;
+///         selector.AddStreamForReading(stream);
+///         StreamSelector::TimeVal timeout(2, 500000);  // two and a half seconds
+///         return selector.Select(timeout) && selector.IsStreamReadyForReading(stream);
+///     }
 /// \endcode
 ///
 /// It works on streams that have a descriptor: Pipe, Socket and FileHandleStream. Descriptors from 1024 on do not fit
@@ -26,6 +29,10 @@ class StreamSelector
 {
 public:
     /// The longest time to wait. select(2) leaves in it the time that was not used.
+    /// \code
+    ///     StreamSelector::TimeVal timeout(2, 500000);  // two and a half seconds
+    ///     StreamSelector().Select(timeout);            // no stream: sleeps
+    /// \endcode
     struct TimeVal : timeval
     {
         /// \param seconds      Whole seconds, from 0.
@@ -38,7 +45,10 @@ public:
     /// A selector that watches nothing.
     StreamSelector();
 
+    /// Watches for bytes to read, for the end of the data, and for a connection to accept.
     void AddStreamForReading(Stream const& stream);
+
+    /// Watches for room to write. One stream may be watched for both.
     void AddStreamForWriting(Stream const& stream);
 
     /// Waits without limit.

@@ -7,6 +7,14 @@ namespace tovu { namespace util {
 class Stream;
 
 /// Writes whole buffers and whole files to a stream, waiting with a StreamSelector before every write.
+/// \code
+///     void SendFile(Stream& stream, std::string const& path)
+///     {
+///         StreamWriter const writer(stream);
+///         writer.Write("FILE\n", 5);
+///         writer.WriteFile(path);
+///     }
+/// \endcode
 ///
 /// Ownership: borrows the stream, which must outlive the writer.
 /// Threads: no state of its own: as the stream. A reader and a writer of one socket may run on different threads.
@@ -14,6 +22,7 @@ class Stream;
 class StreamWriter
 {
 public:
+    /// A writer for one stream; writes nothing yet.
     explicit StreamWriter(Stream& stream) : stream_(stream) {}
 
     /// Writes until `length` bytes have gone; blocks without limit, interruptions included.

@@ -5,6 +5,16 @@
 namespace tovu { namespace util {
 
 /// A base class that runs its virtual Run on a new POSIX thread.
+/// \code
+///     #include <cstdio>
+///     class Greeter : public Thread
+///     {
+///         void Run() override { std::puts("Hello."); }
+///     };
+///     Greeter greeter;
+///     if (greeter.Create(0, 0, false) == 0)
+///         greeter.Wait();
+/// \endcode
 ///
 /// Guarantees:
 ///   - Create starts the thread with a nice value of its own and, if asked, on one processor;
@@ -20,7 +30,7 @@ namespace tovu { namespace util {
 class Thread
 {
 public:
-    Thread();
+    Thread();  ///< Starts nothing: Create does.
     Thread(Thread const&) = delete;
     Thread& operator=(Thread const&) = delete;
     virtual ~Thread();

@@ -13,6 +13,10 @@ namespace tovu { namespace util {
 
 /// \file
 /// The bridge between Xerces-C and std::string, and the handler that turns parse errors into exceptions.
+/// \code
+///     std::string const title = "Tom & Jerry";
+///     std::string const element = "<Movie title=\"" + EncodeXMLCharEntities(title) + "\"/>";
+/// \endcode
 ///
 /// The program initialises the Xerces platform before any of these is used, and terminates it after the last.
 ///
@@ -28,6 +32,7 @@ std::string char2string(char const* text);
 
 /// Prints a line or column number of the parser.
 ///
+/// \param value  The number.
 /// \param format A printf(3) format with one integer conversion, of any width: "%u" prints the low 32 bits. The result
 ///               is cut to the format's length plus 19 characters. Null gives an empty text.
 std::string XMLFileLoc2string(unsigned long long value, char const* format);
@@ -42,6 +47,13 @@ std::string GetAttributeValue(std::string const& name, xercesc::DOMNamedNodeMap 
 std::string EncodeXMLCharEntities(std::string const& text);
 
 /// The error handler for a parser: throws Exception at the first error, recoverable or fatal, and ignores warnings.
+/// \code
+///     #include <xercesc/parsers/XercesDOMParser.hpp>
+///     XercesErrorHandler handler;
+///     xercesc::XercesDOMParser parser;
+///     parser.setErrorHandler(&handler);
+///     parser.parse("/etc/volumes.xml");
+/// \endcode
 ///
 /// Threads: no state, so any number of parsers may share one.
 class XercesErrorHandler : public xercesc::ErrorHandler
