@@ -21,10 +21,15 @@ endif()
 
 add_library(tovuutil_flags INTERFACE)
 
-# __FILE__ is relative to the project root, whatever the build folder is: log monitors match on these names.
+# __FILE__ is relative to the project root, whatever the build folder is: log monitors match on these names. A distribution's
+# own map of whole files is stronger than one of macros, so ours is such a map then as well.
+set(TOVUUTIL_PREFIX_MAP -fmacro-prefix-map)
+if(CMAKE_CXX_FLAGS MATCHES "-ffile-prefix-map=")
+    set(TOVUUTIL_PREFIX_MAP -ffile-prefix-map)
+endif()
 target_compile_options(tovuutil_flags INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Wnon-virtual-dtor -Wcast-qual
-    "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=")
+    "${TOVUUTIL_PREFIX_MAP}=${PROJECT_SOURCE_DIR}/=")
 
 if(TOVUUTIL_WERROR)
     target_compile_options(tovuutil_flags INTERFACE -Werror)
