@@ -2,18 +2,24 @@
 
 #include <fcntl.h>
 #include <sysexits.h>
+#include <unistd.h>
+
+#include <cerrno>
 
 #include "LocalError.h"
 #include "common/UsageError.h"
 #include "common/XmlText.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/FileHandleStream.h"
+#include "tovu/util/Pipe.h"
 #include "tovu/util/XercesUtils.h"
 
 namespace volume {
 
 using tovu::util::Exception;
 using tovu::util::FileHandleStream;
+using tovu::util::Pipe;
+using tovu::util::Stream;
 
 namespace {
 
@@ -32,16 +38,28 @@ Command const COMMANDS[] = {{"info", "GetInfo", nullptr, 0, 0},   {"list", "List
                             {"run", "RunJob", "name", 1, 1},      {"cancel", "CancelJob", "name", 1, 1},
                             {"get", "Send", "path", 1, 2}};
 
+std::string ReadToEnd(Stream& stream)
+{
+    std::string text;
+    char buffer[65536];
+    for (int count = 0; (count = stream.Read(buffer, sizeof(buffer))) != 0;)
+        text.append(buffer, static_cast<std::size_t>(count));
+    return text;
+}
+
 std::string ReadDocument(std::string const& path)
 {
     try {
-        std::string document;
+        if (path == "-") {
+            // Not opened again by name: that takes rights of its own, and begins at the start.
+            Pipe input(dup(STDIN_FILENO));
+            if (!input.IsOpen())
+                throw Exception(__FILE__, __LINE__, Exception::FromErrorCode(errno));
+            return ReadToEnd(input);
+        }
         FileHandleStream file;
-        file.Open(path == "-" ? "/dev/stdin" : path, O_RDONLY, 0);
-        char buffer[65536];
-        for (int count = 0; (count = file.Read(buffer, sizeof(buffer))) != 0;)
-            document.append(buffer, static_cast<std::size_t>(count));
-        return document;
+        file.Open(path, O_RDONLY, 0);
+        return ReadToEnd(file);
     } catch (Exception const& exception) {
         throw LocalError(EX_NOINPUT, "cannot read " + path + ": " + exception.what());
     }

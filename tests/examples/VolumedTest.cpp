@@ -393,6 +393,22 @@ TEST_F(VolumedTest, ClientSendsStandardInput)
     EXPECT_EQ("<Echo>from a pipe</Echo>\n", ReadFile(folder_ / "piped"));
 }
 
+TEST_F(VolumedTest, ClientSendsTheRestOfStandardInput)
+{
+    WriteFile(folder_ / "document", "a line that somebody else reads\n<Echo>the rest</Echo>");
+    std::string const command = "{ read line; " VOLUMECTL " --socket '" + socket_ + "' send -; } < '" +
+                                (folder_ / "document") + "' > '" + (folder_ / "sent") + "'";
+    EXPECT_EQ(0, WaitFor(Start({"/bin/sh", "-c", command}, folder_ / "o", folder_ / "e")));
+    EXPECT_EQ("<Echo>the rest</Echo>\n", ReadFile(folder_ / "sent"));
+}
+
+TEST_F(VolumedTest, ClientTellsThatThereIsNoStandardInput)
+{
+    std::string const command = VOLUMECTL " --socket '" + socket_ + "' send - <&-";
+    EXPECT_EQ(66, WaitFor(Start({"/bin/sh", "-c", command}, folder_ / "o", folder_ / "e")));
+    EXPECT_EQ("volumectl: cannot read -: Bad file descriptor\n", ReadFile(folder_ / "e"));
+}
+
 TEST_F(VolumedTest, ClientRefusesWhatCannotBeOneMessage)
 {
     WriteFile(folder_ / "empty", "");
