@@ -78,11 +78,11 @@ function process(line, depth,    file) {
             definition(term(substr(line, 3, RLENGTH - 4)), substr(line, RLENGTH + 1))
             return
         }
-        if (line ~ /^# / && depth == 0) {
+        if (line ~ /^# /) {
             return
         }
-        if (line ~ /^#/) {
-            line = depth == 0 ? substr(line, 2) : "#" line
+        if (line ~ /^#/ && depth == 0) {
+            line = substr(line, 2)
         }
         if (match(line, /^<!-- man: .* -->$/)) {
             file = FOLDER "/" substr(line, 11, RLENGTH - 14)

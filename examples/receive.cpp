@@ -1,6 +1,6 @@
-// Waits for one client on receive.sock and prints the name of every message that it sends, until it leaves.
-
+// Waits for one client on receive.sock, and prints the name of every message that it sends until it leaves.
 #include <cstdio>
+#include <memory>
 #include <xercesc/dom/DOMNode.hpp>
 #include <xercesc/util/PlatformUtils.hpp>
 
