@@ -58,8 +58,9 @@ protected:
             daemon_ = std::make_unique<PatientLogDaemon>(systemLog_);
         StartService(more);
         long const threads = StatusOf(service_, "Threads");
-        EXPECT_EQ("<Echo>first</Echo>", Peer(Tcp()).Ask("<Echo>first</Echo>"));
-        EXPECT_TRUE(AwaitLog(" has left.\n")) << Log();
+        Peer first(Tcp());
+        EXPECT_EQ("<Echo>first</Echo>", first.Ask("<Echo>first</Echo>"));
+        EXPECT_TRUE(first.Leave());  // the service closes its descriptor last of all, after its thread and its log line
         EXPECT_TRUE(Eventually([&] { return StatusOf(service_, "Threads") == threads; }));
         atRest_ = HoldingsOf(service_);
     }

@@ -75,6 +75,15 @@ public:
         return poll(&news, 1, milliseconds) == 1;
     }
 
+    // Ends the connection in the way that the other side expects.
+    // \return Whether the other side has closed it as well, after nothing more than what was received before.
+    bool Leave()
+    {
+        char byte = 0;
+        return position_ == received_.size() && shutdown(Descriptor(), SHUT_WR) == 0 &&
+               recv(Descriptor(), &byte, 1, 0) == 0;
+    }
+
     // Lets whoever waits to send or to receive go on, without success.
     void Abandon() { shutdown(Descriptor(), SHUT_RDWR); }
 
