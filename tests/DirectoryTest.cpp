@@ -4,9 +4,11 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <cstddef>
 #include <cstdint>
@@ -308,7 +310,9 @@ TEST_F(DirectoryTest, CloseEndsTheWalkAndMayBeRepeated)
     entry = Untouched();
     folder.Close();
     EXPECT_EQ(0u, Opened());
+    errno = 0;
     folder.Close();
+    EXPECT_EQ(0, errno) << "closedir was given no stream";
     EXPECT_FALSE(folder.GetNextEntry(entry));
     EXPECT_EQ(Text(Untouched()), Text(entry));
     EXPECT_EQ(2u, Walk(folder).size());
@@ -414,6 +418,29 @@ TEST_F(DirectoryTest, DevicesAreInvalidButHaveAName)
     EXPECT_EQ(Entry::TYPE_INVALID, device.type);
     EXPECT_EQ("null", device.name);
     EXPECT_EQ(StatusOf("/dev/null").stx_mtime.tv_sec, device.lastModifiedDate);
+}
+
+// It is described, not opened: there need be nothing behind its number.
+TEST_F(DirectoryTest, BlockDevicesAreInvalidToo)
+{
+    if (mknod(In("disk").c_str(), S_IFBLK | 0600, makedev(240, 0)) == -1)
+        GTEST_SKIP() << "this process may not make devices";
+    EXPECT_EQ(Expected(Entry::TYPE_INVALID, "disk", StatusOf(In("disk"))), Text(EntryOf(Directory(path_), "disk")));
+    EXPECT_EQ(Expected(Entry::TYPE_INVALID, "disk", StatusOf(In("disk"))), Text(Entry(In("disk"))));
+}
+
+// The sticky bit, as that of /tmp, and the bits that give another user's rights.
+TEST_F(DirectoryTest, OtherBitsOfTheModeDoNotMatter)
+{
+    MakeFile("file");
+    MakeFolder("folder");
+    for (mode_t const bits : {S_ISVTX, S_ISUID, S_ISGID}) {
+        ASSERT_EQ(0, chmod(In("file").c_str(), bits | 0777));
+        ASSERT_EQ(0, chmod(In("folder").c_str(), bits | 0777));
+        EXPECT_EQ(Entry::TYPE_FILE, EntryOf(Directory(path_), "file").type) << bits;
+        EXPECT_EQ(Entry::TYPE_FOLDER, EntryOf(Directory(path_), "folder").type) << bits;
+        EXPECT_EQ(Entry::TYPE_FOLDER, Entry(In("folder")).type) << bits;
+    }
 }
 
 TEST_F(DirectoryTest, AnItemHasItsOwnDatesAndSize)
@@ -620,6 +647,7 @@ TEST_F(DirectoryEntryTest, OnlyTheExactTextsAreTypes)
     for (char const* text : {"", "invalid", "link", "File", "FOLDER", "file ", " file", "files", "fil", "1", "folders"})
         EXPECT_EQ(0, Entry::string2type(text)) << text;
     EXPECT_EQ(0, Entry::string2type(std::string("file\0", 5)));
+    EXPECT_EQ(0, Entry::string2type(std::string("folder\0", 7)));
 }
 
 TEST_F(DirectoryEntryTest, ToStringIsOneElementOnOneLine)

@@ -25,6 +25,7 @@
 
 #include "ChildOrSkip.h"
 #include "Descriptors.h"
+#include "Latch.h"
 #include "Sanitizers.h"
 #include "TemporaryDirectory.h"
 
@@ -259,10 +260,13 @@ TEST(GUIDTest, AMillionRandomIdentifiersDiffer)
 
 TEST(GUIDTest, ThreadsGetDifferentIdentifiers)
 {
+    test::Latch ready;
     std::vector<std::vector<GUID>> results(4);
     std::vector<std::thread> threads;
     for (std::vector<GUID>& result : results)
-        threads.emplace_back([&result] {
+        threads.emplace_back([&ready, &result] {
+            ready.Arrive();
+            EXPECT_TRUE(ready.WaitFor(4)) << "not all threads have started";
             for (int i = 0; i < 1000; ++i)
                 result.push_back(GUID::FromRandom());
         });
@@ -284,6 +288,18 @@ TEST(GUIDTest, DeviceIsClosedAgain)
     for (int i = 0; i < 10; ++i)
         GUID::FromRandom();
     EXPECT_EQ(before, test::CountDescriptors());
+}
+
+TEST(GUIDTest, DeviceIsNotKeptOpenBetweenCalls)
+{
+    struct stat device = {};
+    ASSERT_EQ(0, stat("/dev/urandom", &device));
+    GUID::FromRandom();
+    for (int descriptor = 0; descriptor < 1024; ++descriptor) {
+        struct stat file = {};
+        bool const isDevice = fstat(descriptor, &file) == 0 && S_ISCHR(file.st_mode) && file.st_rdev == device.st_rdev;
+        EXPECT_FALSE(isDevice) << descriptor;
+    }
 }
 
 // What `action` throws while no descriptor is left to open.

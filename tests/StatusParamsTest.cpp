@@ -298,6 +298,12 @@ TEST_F(StatusParamsTest, FreeSpaceIsADecimalNumberInAnyLocale)
     EXPECT_EQ("262144000 bytes", StatusParams::GetFreeDiskSpace(volume_));
 }
 
+TEST_F(StatusParamsTest, FreeSpaceHasNoSign)
+{
+    FreeSpace const space(std::numeric_limits<unsigned long long>::max());
+    EXPECT_EQ("18446744073709551615 bytes", StatusParams::GetFreeDiskSpace(volume_));
+}
+
 TEST_F(StatusParamsTest, ProbesTouchNoEntry)
 {
     StatusParams::GetRemainingDiskSpace(volume_);
