@@ -194,6 +194,12 @@ TEST_F(ExceptionTest, ReportKeepsTheLinesOfTheMessage)
     EXPECT_EQ("one\ntwo\n\nTraceback:\nthrown from a.cpp, line 1", Exception("a.cpp", 1, "one\ntwo\n").Report());
 }
 
+TEST_F(ExceptionTest, ReportKeepsAZeroByteOfTheMessage)
+{
+    EXPECT_EQ(std::string("a\0b\nTraceback:\nthrown from a.cpp, line 1", 40),
+              Exception("a.cpp", 1, {"a\0b", 3}).Report());
+}
+
 // Two functions that add themselves to the trail; each tells which object it saw.
 void Inner(std::vector<void const*>& seen)
 {

@@ -156,6 +156,14 @@ TEST_F(FileLoggerTest, PercentSignsAreText)
     });
 }
 
+TEST_F(FileLoggerTest, AZeroByteEndsTheTextItStandsInAndNotTheOther)
+{
+    WithSystemLog([&](SystemLog& log) {
+        logger_.Log(std::string("header\0more", 11), std::string("message\0more", 12));
+        EXPECT_EQ("header message", log.Receive().text);
+    });
+}
+
 TEST_F(FileLoggerTest, LongMessageArrivesWhole)
 {
     WithSystemLog([&](SystemLog& log) {

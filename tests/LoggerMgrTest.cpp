@@ -40,6 +40,9 @@ namespace tovu { namespace util { namespace {
 // The time that every thread reads while it is set.
 std::atomic<std::time_t> stoppedTime{-1};
 
+// The mutex that the calling thread held alone when it read the time last, of those that it took in a MutexCalls.
+thread_local void const* mutexAtTime = nullptr;
+
 // How the calling thread's waits for a condition go, and how often it woke others.
 struct Conditions
 {
@@ -59,6 +62,9 @@ struct WouldWait
 
 extern "C" time_t time(time_t* result) noexcept
 {
+    tovu::test::MutexCalls const* const calls = tovu::test::MutexCalls::Running();
+    if (calls != nullptr && calls->Names() == "lock ")
+        tovu::util::mutexAtTime = calls->All().front().mutex;
     timespec now = {tovu::util::stoppedTime, 0};
     if (now.tv_sec == -1)
         clock_gettime(CLOCK_REALTIME, &now);
@@ -455,6 +461,14 @@ TEST_F(LoggerMgrTest, EmptyNameLeavesNoBlankOfItsOwn)
     InitWithoutThread(*manager_, "", LoggerMgr::LEVEL_DEBUG, LoggerMgr::HEADER_NAME);
     Log("message");
     EXPECT_EQ(" ", manager_->Deq().first);
+}
+
+TEST_F(LoggerMgrTest, NameKeepsAZeroByteInTheMiddle)
+{
+    std::string const name("a\0b", 3);
+    InitWithoutThread(*manager_, name, LoggerMgr::LEVEL_DEBUG, LoggerMgr::HEADER_NAME);
+    Log("message");
+    EXPECT_EQ(name + "  ", manager_->Deq().first);
 }
 
 TEST_F(LoggerMgrTest, LongNameAndLongFileStandInTheHeaderWhole)
@@ -1153,6 +1167,21 @@ TEST_F(LoggerMgrTest, LogTakesTheMutexOfTheQueue)
 {
     MutexCalls const calls([this] { manager_->Log(1, FILE_NAME, LINE, "message"); });
     EXPECT_EQ(static_cast<void const*>(&QueueMutex::Of(*manager_)), calls.All().at(0).mutex);
+}
+
+// Otherwise the times of the lines would not be in the order of the queue.
+TEST_F(LoggerMgrTest, TimeIsReadUnderTheMutexOfTheQueue)
+{
+    InitWithoutThread(*manager_, "", LoggerMgr::LEVEL_DEBUG, LoggerMgr::HEADER_TIME);
+    mutexAtTime = nullptr;
+    MutexCalls const calls([this] { Log("message"); });
+    EXPECT_EQ(static_cast<void const*>(&QueueMutex::Of(*manager_)), mutexAtTime);
+}
+
+TEST_F(LoggerMgrTest, SinksAreAddedWithoutALock)
+{
+    MutexCalls const calls([this] { Add("sink"); });
+    EXPECT_EQ("", calls.Names());
 }
 
 }}}  // namespace tovu::util

@@ -42,7 +42,7 @@ namespace tovu { namespace util {
 ///   - lines reach the sinks in the order in which their callers took the manager's mutex, each sink in the order in
 ///     which it was added;
 ///   - sinks are called outside the mutex, so they may log;
-///   - a change of TZ shows in the next line, one of the system's own time zone from the next second on.
+///   - a change of TZ shows in the next line, one of the locale or of the system's own time zone from the next second on.
 ///
 /// Requirements:
 ///   - all sinks are added before Init, and Init is called once;
@@ -51,7 +51,7 @@ namespace tovu { namespace util {
 ///
 /// Ownership: owns its sinks, which live as long as the process.
 /// Threads: any may log, and ask for the level. Init and AddLogger are called by one.
-/// Errors: std::bad_alloc; boost::lock_error from the mutex.
+/// Errors: std::bad_alloc; boost::lock_error from the mutex, boost::thread_resource_error when it cannot be made.
 class LoggerMgr : public Thread, public Singleton<LoggerMgr>
 {
 public:
