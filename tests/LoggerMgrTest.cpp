@@ -27,6 +27,7 @@
 #include "ChildProcess.h"
 #include "Interposition.h"
 #include "Latch.h"
+#include "LatinLocale.h"
 #include "MutexCalls.h"
 #include "NoThreads.h"
 #include "ParameterName.h"
@@ -576,6 +577,26 @@ TEST_F(LoggerMgrTest, ChangedTimeZoneShowsWithinTheSecond)
         EXPECT_EQ(zone.second, HeaderFor(LoggerMgr::HEADER_TIME)) << zone.first;
         EXPECT_EQ(zone.second, HeaderFor(LoggerMgr::HEADER_TIME)) << zone.first;
     }
+}
+
+// The name of the month in the second is the beginning of that in the first.
+TEST_F(LoggerMgrTest, ChangedLocaleShowsWithinTheSecond)
+{
+    test::LatinLocale const french("fr_FR");
+    test::LatinLocale const swiss("fr_CH");
+    if (!french.IsMade() || !swiss.IsMade())
+        GTEST_SKIP() << "localedef makes no French locales on this machine";
+
+    ExpectPassesInChild([&] {
+        StoppedClock const clock(1700000035);
+        EXPECT_EQ("Nov 14 22:13:55  ", HeaderFor(LoggerMgr::HEADER_TIME));
+        french.Use();
+        EXPECT_EQ("nov. 14 22:13:55  ", HeaderFor(LoggerMgr::HEADER_TIME));
+        swiss.Use();
+        EXPECT_EQ("nov 14 22:13:55  ", HeaderFor(LoggerMgr::HEADER_TIME));
+        std::setlocale(LC_TIME, "C");
+        EXPECT_EQ("Nov 14 22:13:55  ", HeaderFor(LoggerMgr::HEADER_TIME));
+    });
 }
 
 // What localtime makes of the stopped second.

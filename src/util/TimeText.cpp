@@ -1,5 +1,7 @@
 #include "TimeText.h"
 
+#include <langinfo.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -13,23 +15,33 @@ namespace {
 
 constexpr std::size_t ZONE_SIZE = 100;
 
-// The text that the calling thread asked for last, and what it was made of: the second and the text of TZ. To make one
-// costs more than the rest of a line, above all where TZ is not set and the system's zone is looked up in its file.
+// The text that the calling thread asked for last, and what it was made of: the second, the text of TZ, and the month,
+// whose name is the locale's. To make one costs more than the rest of a line, above all where TZ is not set and the
+// system's zone is looked up in its file.
 struct TimeText
 {
     bool isKept;
     time_t second;
+    nl_item month;
     bool hasZone;  // TZ was set, be it to nothing
     char zone[ZONE_SIZE];
     char text[100];
 };
-thread_local TimeText lastTime = {false, 0, false, "", ""};
+thread_local TimeText lastTime = {false, 0, ABMON_1, false, "", ""};
+
+// The month's name, with which the text begins, is all of it that depends on the locale.
+bool IsInLocale(TimeText const& time)
+{
+    char const* const month = nl_langinfo(time.month);  // NOLINT(concurrency-mt-unsafe): strftime reads it as well
+    std::size_t const size = std::strlen(month);
+    return std::strncmp(time.text, month, size) == 0 && time.text[size] == ' ';
+}
 
 bool IsOf(TimeText const& time, time_t now, char const* zone)
 {
     if (!time.isKept || time.second != now || time.hasZone != (zone != nullptr))
         return false;
-    return zone == nullptr || std::strcmp(zone, time.zone) == 0;
+    return (zone == nullptr || std::strcmp(zone, time.zone) == 0) && IsInLocale(time);
 }
 
 // The text for a zone that is too long is made anew each time.
@@ -43,6 +55,7 @@ void Make(TimeText& result, time_t now, char const* zone)
     std::size_t const zoneSize = zone == nullptr ? 0 : std::strlen(zone) + 1;
     result.isKept = zoneSize <= ZONE_SIZE;
     result.second = now;
+    result.month = ABMON_1 + local.tm_mon;
     result.hasZone = zone != nullptr;
     if (result.isKept)
         std::copy_n(zone, zoneSize, result.zone);

@@ -42,7 +42,7 @@ namespace tovu { namespace util {
 ///   - lines reach the sinks in the order in which their callers took the manager's mutex, each sink in the order in
 ///     which it was added;
 ///   - sinks are called outside the mutex, so they may log;
-///   - a change of TZ shows in the next line, one of the locale or of the system's own time zone from the next second on.
+///   - a change of TZ or of the locale shows in the next line, one of the system's own time zone from the next second on.
 ///
 /// Requirements:
 ///   - all sinks are added before Init, and Init is called once;
