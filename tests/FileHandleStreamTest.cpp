@@ -523,6 +523,13 @@ TEST_F(FileHandleStreamTest, AClosedStreamAnswersWithoutAnError)
     EXPECT_NO_THROW(closed.Close());
 }
 
+TEST_F(FileHandleStreamTest, PlatformSeekDoesNotLookWhetherTheStreamIsOpen)
+{
+    FileHandleStream closed;
+    EXPECT_THROWN_AT(SOURCE, 303, closed.PlatformSeek(0, SEEK_CUR));
+    EXPECT_THROWS_ERRNO(EBADF, closed.PlatformSeek(0, SEEK_CUR));
+}
+
 TEST_F(FileHandleStreamTest, AClosedStreamMakesNoSystemCallForItsPosition)
 {
     FileHandleStream closed;

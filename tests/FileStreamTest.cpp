@@ -232,6 +232,23 @@ TEST_F(FileStreamTest, AnErrorInsideAReadThrowsAlthoughBytesHaveCome)
     EXPECT_THROWN_AT(SOURCE, 60, stream_.Read(bytes, 4));
 }
 
+TEST_F(FileStreamTest, AnEarlierErrorDoesNotMakeTheEndOfTheFileOne)
+{
+    OpenFifo();
+    test::SetNonBlocking(DescriptorOf(stream_), true);
+    FileStream reader;
+    reader.Open(folder_ / "fifo", "r");
+    test::SetNonBlocking(DescriptorOf(reader), true);
+    char bytes[5] = "????";
+    EXPECT_THROWS_ERRNO(EAGAIN, reader.Read(bytes, 4));
+
+    ASSERT_EQ(2, write(DescriptorOf(stream_), "ab", 2));
+    stream_.Close();
+    EXPECT_EQ(2, reader.Read(bytes, 4));
+    EXPECT_STREQ("ab??", bytes);
+    EXPECT_EQ(0, reader.Read(bytes, 4));
+}
+
 TEST_F(FileStreamTest, ReadIsNotRepeatedAfterAnInterruption)
 {
     OpenFifo();
@@ -257,6 +274,15 @@ TEST_F(FileStreamTest, WritesStayInTheBufferUntilFlush)
     EXPECT_TRUE(stream_.Flush());
     EXPECT_EQ("ab23456789", Content());
     EXPECT_EQ(2u, stream_.Tell());
+}
+
+TEST_F(FileStreamTest, FlushLeavesTheBuffersOfOthersAlone)
+{
+    FileStream other;
+    other.Open(folder_ / "other", "w");
+    EXPECT_EQ(2, stream_.Write("ab", 2));
+    EXPECT_TRUE(other.Flush());
+    EXPECT_EQ("0123456789", Content());
 }
 
 TEST_F(FileStreamTest, MovesMoreThanItsBufferHolds)
@@ -449,6 +475,15 @@ TEST_F(FileStreamTest, IsDataAvailableStaysFalseOnceAReadHasMetTheEnd)
     stream_.Seek(0, SEEK_CUR);
     EXPECT_TRUE(stream_.IsDataAvailable(&count));
     EXPECT_EQ(9u, count);
+}
+
+TEST_F(FileStreamTest, IsDataAvailableIsNotPutOffByAnEarlierError)
+{
+    Reopen("r");
+    EXPECT_THROW(stream_.Write("x", 1), Exception);
+    unsigned long long count = 77;
+    EXPECT_TRUE(stream_.IsDataAvailable(&count));
+    EXPECT_EQ(10u, count);
 }
 
 TEST_F(FileStreamTest, IsDataAvailableWrapsAroundPastTheEnd)

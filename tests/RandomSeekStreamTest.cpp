@@ -259,6 +259,13 @@ TEST_F(RandomSeekStreamTest, AnEmptyStringIsOneNul)
     EXPECT_EQ("", native_.Readstring(4));
 }
 
+TEST_F(RandomSeekStreamTest, WritestringWritesANulWithinTheTextAsWell)
+{
+    EXPECT_EQ(6, native_.Writestring(0, std::string("ab\0cd", 5)));
+    EXPECT_EQ(std::string("ab\0cd\0", 6), native_.bytes);
+    EXPECT_EQ("ab", native_.Readstring(0));
+}
+
 TEST_F(RandomSeekStreamTest, StringsAreNotTouchedByTheByteOrder)
 {
     std::string const text = "\xFF long enough to need the heap, and \x01\x7F\x80 too";

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <climits>
 #include <cstddef>
 #include <memory>
@@ -215,6 +216,16 @@ TEST_P(StreamContractTest, ReadTakesNoMoreThanItIsAskedFor)
     EXPECT_EQ("ve!", Receive(100));
 }
 
+TEST_P(StreamContractTest, ALongTransferIsOneCallToo)
+{
+    std::string const bytes(100000, 'l');
+    // Only a pipe has room for less; nothing else knows the question (EBADF).
+    if (fcntl(channel_.writingDescriptor, F_SETPIPE_SZ, 131072) == -1 && errno == EPERM)
+        GTEST_SKIP() << "this user has too many pipes to enlarge another one";
+    Send(bytes);
+    EXPECT_TRUE(bytes == Receive(100000));
+}
+
 TEST_P(StreamContractTest, ReadReturnsZeroAtTheEndOfTheData)
 {
     Send("last");
@@ -294,6 +305,16 @@ TEST_P(StreamContractTest, AFailedWriteThrowsTheErrnoTextFromOnePlace)
     Exception const thrown = test::Thrown([&] { Writer().Write("x", 1); });
     EXPECT_EQ(test::ErrnoText(EBADF), thrown.what());
     EXPECT_EQ(1u, thrown.locations.size());
+}
+
+TEST_P(StreamContractTest, ALengthOfZeroIsACallAllTheSame)
+{
+    {
+        TakenAway const taken(channel_.readingDescriptor);
+        EXPECT_THROWS_ERRNO(EBADF, Receive(0));
+    }
+    TakenAway const taken(channel_.writingDescriptor);
+    EXPECT_THROWS_ERRNO(EBADF, Send(""));
 }
 
 TEST_P(StreamContractTest, AFailedCloseThrowsAndLeavesTheStreamOpen)

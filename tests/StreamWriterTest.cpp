@@ -174,13 +174,18 @@ TEST_F(WriteFileTest, SendsEachPieceUntilAllOfItHasGone)
     EXPECT_EQ(Bytes(100), test::Drain(pipe_.reader.GetDescriptor()));
 }
 
-TEST_F(WriteFileTest, OpensTheFileForReadingOnly)
+TEST_F(WriteFileTest, OpensTheFileForReadingOnlyAndLetsChildrenInheritIt)
 {
     MakeFile(1);
     int flags = -1;
-    DuringWrite(1, [&] { flags = fcntl(FindDescriptor(path_), F_GETFL); });
+    int descriptorFlags = -1;
+    DuringWrite(1, [&] {
+        flags = fcntl(FindDescriptor(path_), F_GETFL);
+        descriptorFlags = fcntl(FindDescriptor(path_), F_GETFD);
+    });
     WriteFile();
     EXPECT_EQ(O_RDONLY, flags & O_ACCMODE);
+    EXPECT_EQ(0, descriptorFlags);
 }
 
 TEST_F(WriteFileTest, AFileThatBecomesShorterIsFilledUpFromTheEarlierPiece)

@@ -288,7 +288,7 @@ off_t SeekWithin32Bits(int descriptor, int offset, int whence)
 
 }  // namespace
 
-// The caller has made sure that the stream is open. What fails:
+// Whether the stream is open is not asked: the system refuses the descriptor -1 (EBADF). What else fails:
 //
 //   EINVAL      the position would lie before the start, or `whence` is none of the three
 //   EOVERFLOW   it is 2 GiB or more

@@ -23,8 +23,9 @@ namespace tovu { namespace util {
 ///
 /// Ownership: owns its descriptor; not copyable. The destructor closes it and logs a failure instead of throwing.
 /// Threads: one thread at a time. Record locks belong to the process and do not keep its own threads apart.
-/// Errors: a failed system call throws Exception with the text of `errno` and leaves the object as it was. On a closed
-///     stream nothing throws but LockRegion and UnlockRegion; each operation says what it returns then.
+/// Errors: a failed system call throws Exception with the text of `errno` and leaves the object as it was. A closed
+///     stream has an answer for each operation; only Open, PlatformSeek, LockRegion and UnlockRegion make their system
+///     call then as well.
 class FileHandleStream : public RandomSeekStream
 {
 public:
@@ -81,7 +82,7 @@ public:
     /// nothing.
     virtual void SetSize(unsigned long long size);
 
-    /// One lseek(2), on an open stream.
+    /// One lseek(2), also on a closed stream, which throws then. Returns the new position.
     unsigned long long PlatformSeek(long long offset, int whence);
 
     /// The descriptor, still owned by the stream; -1 when closed.

@@ -11,10 +11,11 @@ namespace tovu { namespace util {
 ///     }
 /// \endcode
 ///
-/// One call is one system call: there is no buffer between, no loop over partial transfers, no retry after an
-/// interruption. StreamReader, StreamWriter and MessageWriter move whole buffers over any stream.
+/// A Read or a Write is one system call: there is no buffer between, no loop over partial transfers, no retry after an
+/// interruption. FileStream alone has a buffer, and goes on after a part. StreamReader, StreamWriter and MessageWriter
+/// move whole buffers over any stream that has a descriptor.
 ///
-/// Ownership: a stream owns its descriptor, and its destructor closes it.
+/// Ownership: a stream owns its descriptor, and its destructor closes it. TenantSocket alone borrows its own.
 /// Threads: one thread at a time for each object.
 /// Errors: a failed system call throws Exception with the text of `errno`. A result of 0 is never an error code.
 class Stream
@@ -37,11 +38,11 @@ public:
     virtual bool IsDataAvailable(unsigned long long* count) = 0;
 
     /// Reads at most `length` bytes; may block.
-    /// \return The number of bytes read; 0 at the end of the data, or for a closed stream.
+    /// \return The number of bytes read; 0 at the end of the data. What a closed stream does differs, see each class.
     virtual int Read(void* buffer, unsigned int length) = 0;
 
-    /// Writes `length` bytes; may block.
-    /// \return The number of bytes written; 0 for a closed stream.
+    /// Writes `length` bytes; a Socket may take fewer. May block.
+    /// \return The number of bytes written. What a closed stream does differs, see each class.
     virtual int Write(void const* buffer, unsigned int length) = 0;
 
     /// True on a host that stores the most significant byte first.

@@ -32,8 +32,8 @@ public:
     /// Copies a file into the stream, in pieces of 32768 bytes.
     ///
     /// The size is taken once, at the start, and that many bytes are sent whatever happens to the file meanwhile: where
-    /// it has become shorter, the rest is filled with bytes of earlier pieces. Throws when the file cannot be opened or
-    /// read, see FileHandleStream.
+    /// it has become shorter, the rest is filled with bytes of earlier pieces, or with zeroes in the first one. Throws
+    /// when the file cannot be opened or read, or has 2 GiB or more, see FileHandleStream.
     void WriteFile(std::string const& path) const;
 
 private:
