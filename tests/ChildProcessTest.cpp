@@ -22,6 +22,7 @@
 #include <sstream>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "CFunction.h"
@@ -58,6 +59,7 @@ using Lines = std::vector<std::string>;
 using StdIO = ChildProcess::StdIO;
 
 CFunction<int(int*)> pipeCall("pipe");
+CFunction<pid_t(pid_t, int*, int)> waitCall("waitpid");
 
 static_assert(std::is_base_of<boost::noncopyable, ChildProcess>::value, "declared non-copyable");
 static_assert(!std::is_copy_constructible<ChildProcess>::value, "non-copyable");
@@ -214,6 +216,23 @@ TEST_F(ChildProcessTest, EachObjectWaitsForItsOwnChild)
     EXPECT_EQ(3, first.GetStatus());
 }
 
+TEST_F(ChildProcessTest, WaitAsksOnceForTheEndOfTheChildAndForNothingElse)
+{
+    using Question = std::pair<pid_t, int>;
+    Shell process("exit 0");
+    pid_t const child = process.Spawn();
+    std::vector<Question> questions;
+    {
+        decltype(waitCall)::Replacement const noting(waitCall, [&](pid_t asked, int* status, int options) {
+            questions.emplace_back(asked, options);
+            return waitCall.System(asked, status, options);
+        });
+        EXPECT_EQ(ChildProcess::RESULT_SUCCESS, process.Wait());
+        EXPECT_EQ(ChildProcess::RESULT_NO_CHILD, process.Wait());
+    }
+    EXPECT_EQ(std::vector<Question>(1, Question(child, 0)), questions);
+}
+
 TEST_F(ChildProcessTest, SpawnForgetsAChildThatWasNotWaitedFor)
 {
     Waiting process;
@@ -230,7 +249,15 @@ TEST_F(ChildProcessTest, DestructorNeitherEndsNorWaitsForTheChild)
 {
     std::unique_ptr<Waiting> process(new Waiting);
     pid_t const child = process->Spawn();
-    process.reset();
+    unsigned waits = 0;
+    {
+        decltype(waitCall)::Replacement const counting(waitCall, [&waits](pid_t asked, int* status, int options) {
+            ++waits;
+            return waitCall.System(asked, status, options);
+        });
+        process.reset();
+    }
+    EXPECT_EQ(0u, waits);
     EXPECT_EQ(SIGUSR1, EndForgotten(child));
 }
 
@@ -909,6 +936,49 @@ TEST_F(ChildProcessTest, FailedForkIsQuietBelowTheThreshold)
     });
 }
 
+// There is no memory for the line that tells of a failure.
+class UnloggedFailureTest : public ControlGroupTest
+{
+protected:
+    static void Unlogged(std::function<void()> const& action)
+    {
+        test::FailingAllocation const failing(sizeof(std::pair<std::string, std::string>));  // what a line has at least
+        action();
+    }
+
+    static void ExpectUnloggedStatus(int status, ChildProcess& process)
+    {
+        LastWords words(&TellQueuedLines);
+        Unlogged([&] { EXPECT_EQ(ChildProcess::RESULT_FAILURE, process.Exec()); });
+        EXPECT_EQ(status, process.GetStatus());
+        EXPECT_EQ("", words.Take());
+    }
+};
+
+TEST_F(UnloggedFailureTest, StatusOfTheChildIsTheErrorAllTheSame)
+{
+    ExpectLogged(LoggerMgr::LEVEL_ERROR, [this] {
+        ASSERT_EQ(0, mkdir(tasks_.c_str(), 0700));
+        ChildProcess process(MISSING, false);
+        ExpectUnloggedStatus(ENOENT, process);
+        process.SetControlGroup(group_);
+        ExpectUnloggedStatus(EISDIR, process);
+    });
+}
+
+TEST_F(UnloggedFailureTest, FailedForkIsToldByTheResultAllTheSame)
+{
+    if (test::RunsUnderMemcheck())
+        GTEST_SKIP() << "memcheck does not survive a fork that fails";
+
+    ExpectLogged(LoggerMgr::LEVEL_ERROR, [] {
+        AllowNoMoreProcesses();
+        Shell process("exit 7");
+        Unlogged([&] { EXPECT_EQ(-1, process.Spawn()); });
+        EXPECT_EQ(Lines(), test::TakeQueuedLines());
+    });
+}
+
 // The time in a header is made with the help of a file, which is missing here: logging fails with ENOENT.
 TEST_F(ControlGroupTest, StatusIsTheFirstErrorWhateverLoggingMeets)
 {
@@ -973,6 +1043,17 @@ TEST_F(ChildProcessTest, PipesCloseTheirSixDescriptors)
     EXPECT_EQ(0u, CountOpen(ends));
 }
 
+TEST_F(ChildProcessTest, PipesCloseADescriptorZeroToo)
+{
+    test::ExpectPassesInChild([] {
+        close(STDIN_FILENO);
+        std::unique_ptr<StdIO> pipes(new StdIO);
+        EXPECT_EQ(0, pipes->inPipe[0]);
+        pipes.reset();
+        EXPECT_FALSE(test::IsDescriptorOpen(0));
+    });
+}
+
 TEST_F(ChildProcessTest, PipesIgnoreWhatCannotBeClosed)
 {
     std::unique_ptr<StdIO> pipes(new StdIO);
@@ -988,7 +1069,9 @@ TEST_F(ChildProcessTest, PipesLeaveAloneWhatIsMinusOne)
     std::unique_ptr<StdIO> pipes(new StdIO);
     int const taken = pipes->errPipe[0];
     pipes->errPipe[0] = -1;
+    errno = 0;
     pipes.reset();
+    EXPECT_EQ(0, errno) << "it was closed all the same";
     EXPECT_TRUE(test::IsDescriptorOpen(taken));
     close(taken);
 }
@@ -1054,6 +1137,24 @@ TEST_F(ChildProcessTest, PipeThatCannotBeMadeDoesNotKeepTheOthersFromBeingMade)
         EXPECT_EQ(-1, ends[2 * failing]);
         EXPECT_EQ(-1, ends[2 * failing + 1]);
     }
+}
+
+TEST_F(UnloggedFailureTest, PipesAreMadeAsFarAsTheyCanBe)
+{
+    ExpectLogged(LoggerMgr::LEVEL_ERROR, [] {
+        unsigned calls = 0;
+        decltype(pipeCall)::Replacement const scarce(pipeCall, [&calls](int* ends) {
+            errno = EMFILE;
+            return calls++ == 1 ? -1 : pipeCall.System(ends);
+        });
+        Unlogged([] {
+            StdIO const pipes;
+            Ends const ends = EndsOf(pipes);
+            EXPECT_EQ(4u, CountOpen(ends));
+            EXPECT_EQ((Ends{-1, -1}), (Ends{ends[2], ends[3]}));
+        });
+        EXPECT_EQ(Lines(), test::TakeQueuedLines());
+    });
 }
 
 TEST_F(ChildProcessTest, PipesAreQuietWhenTheyAreMadeAndBelowTheThreshold)
@@ -1134,4 +1235,9 @@ TEST_F(ChildProcessTest, DestructorDestroysThePipesItOwns)
 extern "C" int pipe(int* ends) noexcept
 {
     return tovu::util::pipeCall(ends);
+}
+
+extern "C" pid_t waitpid(pid_t child, int* status, int options)
+{
+    return tovu::util::waitCall(child, status, options);
 }

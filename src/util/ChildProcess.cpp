@@ -12,6 +12,7 @@
 #include <cstring>
 #include <vector>
 
+#include "Quietly.h"
 #include "tovu/util/LoggerMgr.h"
 #include "tovu/util/Path.h"
 
@@ -78,9 +79,8 @@ void LimitAddressSpace(char const* text)
 //   2. it becomes the program.
 //
 // The parent learns of a failure by the exit code alone, the `errno` of the step that failed: ENOENT looks like an exit
-// with 2. Arguments are made before the fork: in the child another thread's half-finished work on the heap would stay
-// half finished. What is left to do there is little, but not nothing, see the class comment. When it throws, for want
-// of memory, the child ends: it must not go on as a second copy of the caller.
+// with 2. Arguments are made before the fork: in the child another thread's half-finished work on the heap stays so. A
+// child without memory for the little that is left to do ends: it must not go on as a second copy of the caller.
 int ChildProcess::Spawn()
 {
     std::string const name = Path(program_).GetFullFileName();
@@ -100,16 +100,14 @@ int ChildProcess::Spawn()
         }
     } else if (pid_ < 0) {
         int const error = errno;
-        TOVU_LOG(LoggerMgr::LEVEL_ERROR, "fork failed (%s).\n", ErrorText(error));
+        internal::Quietly([&] { TOVU_LOG(LoggerMgr::LEVEL_ERROR, "fork failed (%s).\n", ErrorText(error)); });
         return -1;
     }
     return pid_;
 }
 
-// Descriptors are not touched. A server marks its own close-on-exec, or its clients keep their connections to a child
-// that knows nothing of them; and standard input and output are the server's. Signals that the server ignores stay
-// ignored in the program, handlers do not, and blocked ones stay blocked. A limit that cannot be set is no failure: the
-// program runs without.
+// Descriptors are not touched: a server marks its own close-on-exec, or its clients keep their connections to a child
+// that knows nothing of them. An id that cannot be written is no failure: the program runs outside of the group.
 void ChildProcess::EnterControlGroup()
 {
     std::FILE* const tasks = std::fopen((controlGroup_ + "/tasks").c_str(), "we");
@@ -117,7 +115,9 @@ void ChildProcess::EnterControlGroup()
         int const error = errno;
         char const* const group = controlGroup_.c_str();
         char const* const name = program_.c_str();
-        TOVU_LOG(LoggerMgr::LEVEL_ERROR, "Failed to open cgroup %s for '%s' (%s)\n", group, name, ErrorText(error));
+        char const* const reason = ErrorText(error);
+        internal::Quietly(
+            [&] { TOVU_LOG(LoggerMgr::LEVEL_ERROR, "Failed to open cgroup %s for '%s' (%s)\n", group, name, reason); });
         _exit(error);
     }
     static_cast<void>(std::fprintf(tasks, "%d", getpid()));
@@ -133,9 +133,8 @@ void ChildProcess::EnterPlacement()
         LimitAddressSpace(limit);
 }
 
-// With variables there is no search in PATH, and the program gets one argument, its name's place: the bytes of the array
-// of pointers, up to the first that is zero. Kept so: programs that are given variables do not look at their arguments,
-// and a caller who needs arguments gives no variables.
+// With variables there is no search in PATH, and the program gets one argument, the bytes of the array of pointers up to
+// the first zero. Kept so: who needs arguments gives no variables.
 void ChildProcess::Execute(std::vector<char*> const& arguments, std::vector<char*> const& environment) const
 {
     if (environment.empty())
@@ -144,7 +143,8 @@ void ChildProcess::Execute(std::vector<char*> const& arguments, std::vector<char
         execle(program_.c_str(), reinterpret_cast<char const*>(arguments.data()), nullptr, environment.data());
 
     int const error = errno;
-    TOVU_LOG(LoggerMgr::LEVEL_ERROR, "Failed to exec '%s' (%s)\n", program_.c_str(), ErrorText(error));
+    internal::Quietly(
+        [&] { TOVU_LOG(LoggerMgr::LEVEL_ERROR, "Failed to exec '%s' (%s)\n", program_.c_str(), ErrorText(error)); });
     _exit(error);
 }
 
@@ -247,15 +247,15 @@ ChildProcess::StdIO::StdIO()
 {
     int error = MakePipe(inPipe);
     if (error != 0)
-        TOVU_LOG(LoggerMgr::LEVEL_ERROR, "pipe (inPipe) failed (%s).\n", ErrorText(error));
+        internal::Quietly([&] { TOVU_LOG(LoggerMgr::LEVEL_ERROR, "pipe (inPipe) failed (%s).\n", ErrorText(error)); });
 
     error = MakePipe(outPipe);
     if (error != 0)
-        TOVU_LOG(LoggerMgr::LEVEL_ERROR, "pipe (outPipe) failed (%s).\n", ErrorText(error));
+        internal::Quietly([&] { TOVU_LOG(LoggerMgr::LEVEL_ERROR, "pipe (outPipe) failed (%s).\n", ErrorText(error)); });
 
     error = MakePipe(errPipe);
     if (error != 0)
-        TOVU_LOG(LoggerMgr::LEVEL_ERROR, "pipe (errPipe) failed (%s).\n", ErrorText(error));
+        internal::Quietly([&] { TOVU_LOG(LoggerMgr::LEVEL_ERROR, "pipe (errPipe) failed (%s).\n", ErrorText(error)); });
 }
 
 }}  // namespace tovu::util
