@@ -385,7 +385,7 @@ TEST_F(DynamicLibraryTest, MissingSymbolThrowsTheLoadersTextAndKeepsTheLibrary)
 TEST_F(DynamicLibraryTest, SymbolWhoseAddressIsNullIsAFailure)
 {
     library_.Load(PLUGIN);
-    FailureOf([this] { library_.GetProc("pluginNull"); });
+    EXPECT_EQ("(null)", FailureOf([this] { library_.GetProc("pluginNull"); })) << "dlerror has nothing to say";
     EXPECT_EQ(42, Call(library_, "PluginAnswer"));
 }
 

@@ -39,6 +39,8 @@ namespace tovu { namespace util { namespace {
 using ThreadFunction = void*(void*);
 using CreateFunction = test::CFunction<int(pthread_t*, pthread_attr_t const*, ThreadFunction*, void*)>;
 CreateFunction createCall("pthread_create");
+using JoinFunction = test::CFunction<int(pthread_t, void**)>;
+JoinFunction joinCall("pthread_join");
 
 }}}  // namespace tovu::util
 
@@ -46,6 +48,11 @@ extern "C" int pthread_create(pthread_t* handle, pthread_attr_t const* attribute
                               void* argument) noexcept
 {
     return tovu::util::createCall(handle, attributes, function, argument);
+}
+
+extern "C" int pthread_join(pthread_t handle, void** result)
+{
+    return tovu::util::joinCall(handle, result);
 }
 
 namespace tovu { namespace util { namespace {
@@ -752,6 +759,39 @@ TEST_F(JobQueueTest, StopReturnsAfterTheEndOfTheThreads)
     EXPECT_EQ(WORKERS, ended);
 }
 
+TOVU_PRIVATE_MEMBER(ThreadHandle, pthread_t, Thread, handle_);
+TOVU_PRIVATE_MEMBER(FinishedFlag, bool, Worker, finished_);
+
+// The workers have no threads, but numbers for handles, and have finished all the same.
+TEST_F(JobQueueTest, StopQueuesAnEntryAndJoinsTheFirstWorkerThatHasFinishedEachTime)
+{
+    std::unique_ptr<JobQueue> queue;
+    {
+        test::NoThreads const noThreads;
+        queue.reset(new JobQueue(3, 0));
+    }
+    pthread_t handle = 0;
+    for (Worker* const worker : WorkersOf(*queue)) {
+        ThreadHandle::Of(*worker) = ++handle;
+        FinishedFlag::Of(*worker) = true;
+    }
+
+    std::vector<pthread_t> joined;
+    std::vector<std::size_t> listed;
+    std::vector<Names> waiting;
+    JoinFunction::Replacement const noting(joinCall, [&](pthread_t thread, void** /*result*/) {
+        joined.push_back(thread);
+        listed.push_back(WorkersOf(*queue).size());
+        waiting.push_back(WaitingIn(*queue));
+        return 0;
+    });
+    queue->Stop();
+    EXPECT_EQ((std::vector<pthread_t>{1, 2, 3}), joined);
+    EXPECT_EQ((std::vector<std::size_t>{3, 2, 1}), listed);
+    EXPECT_EQ((std::vector<Names>{Names(1, "null"), Names(2, "null"), Names(3, "null")}), waiting);
+    EXPECT_TRUE(WorkersOf(*queue).empty());
+}
+
 TEST_F(JobQueueTest, StopOnAStoppedPoolLeavesItsJobsAlone)
 {
     JobQueue queue(1, 0);
@@ -918,19 +958,35 @@ TEST_F(JobQueueWorkerTest, LooksAtTheFlagBeforeEachEntry)
     EXPECT_EQ((Names{"late", "null"}), WaitingIn(queue_));
 }
 
-TEST_F(JobQueueWorkerTest, EndsAfterANullEntryOnceTheFlagIsSet)
+// A worker that waits for an entry and gets it only once the flag is set.
+class WaitingWorkerTest : public JobQueueWorkerTest
 {
-    Latch waiting;
-    std::thread thread([&] {
-        test::ConditionCalls calls;
-        calls.waiting = &waiting;
-        worker_.Run();
-    });
-    EXPECT_TRUE(waiting.WaitFor()) << "the worker does not wait for a job";
-    queue_.Stop();
-    test::Enq(queue_, nullptr);
-    thread.join();
-    EXPECT_TRUE(worker_.IsFinished());
+protected:
+    void RunAndStop(std::function<void()> const& enq)
+    {
+        Latch waiting;
+        std::thread thread([&] {
+            test::ConditionCalls calls;
+            calls.waiting = &waiting;
+            worker_.Run();
+        });
+        EXPECT_TRUE(waiting.WaitFor()) << "the worker does not wait for a job";
+        queue_.Stop();
+        enq();
+        thread.join();
+        EXPECT_TRUE(worker_.IsFinished());
+    }
+};
+
+TEST_F(WaitingWorkerTest, EndsAfterANullEntry)
+{
+    RunAndStop([this] { test::Enq(queue_, nullptr); });
+}
+
+TEST_F(WaitingWorkerTest, RunsTheJobThatItHasTakenAndEnds)
+{
+    RunAndStop([this] { Enq(queue_, "late"); });
+    EXPECT_EQ(Journal::OfRuns({"late"}), journal_.All());
 }
 
 TEST_F(JobQueueWorkerTest, IsNotFinishedWhileAJobRuns)
@@ -1166,7 +1222,6 @@ TEST_F(JobQueueTest, KeepsCountPriorityFlagJobsAndWorkers)
 }
 
 TOVU_PRIVATE_MEMBER(QueueOfWorker, JobQueue*, Worker, queue_);
-TOVU_PRIVATE_MEMBER(FinishedFlag, bool, Worker, finished_);
 
 TEST_F(JobQueueWorkerTest, KeepsTheQueueAndTheFinishedFlag)
 {

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
 #include <functional>
 #include <limits>
 #include <memory>
@@ -16,6 +17,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "CFunction.h"
 #include "ChildProcess.h"
 #include "Latch.h"
 #include "NoThreads.h"
@@ -25,6 +27,9 @@
 namespace tovu { namespace util { namespace {
 
 using test::Latch;
+
+using AffinityFunction = test::CFunction<int(pthread_t, std::size_t, cpu_set_t const*)>;
+AffinityFunction affinityCall("pthread_setaffinity_np");
 
 static_assert(std::is_abstract<Thread>::value, "Run is for the derived class");
 static_assert(std::is_polymorphic<Thread>::value && std::has_virtual_destructor<Thread>::value, "a base class");
@@ -338,6 +343,35 @@ TEST_F(ThreadTest, ProcessorBindsTheNewThreadOnly)
     EXPECT_TRUE(AreEqual(before, OwnProcessors()));
 }
 
+class ProcessorSetTest : public ThreadTest, public testing::WithParamInterface<unsigned>
+{};
+
+// On a machine of any size: the system itself does not look at more of the set than it has processors.
+TEST_P(ProcessorSetTest, HasThe1024BitsOfWhichThatOfTheProcessorIsSet)
+{
+    constexpr int ANSWER = 77;
+    pthread_t handle = {};
+    std::size_t size = 0;
+    cpu_set_t processors = {};
+    AffinityFunction::Replacement const noting(affinityCall,
+                                               [&](pthread_t thread, std::size_t setSize, cpu_set_t const* set) {
+                                                   handle = thread;
+                                                   size = setSize;
+                                                   processors = *set;
+                                                   return ANSWER;
+                                               });
+    Observation const seen = Observe(0, GetParam());
+    EXPECT_EQ(ANSWER, result_);
+    EXPECT_EQ(seen.handle, handle);
+    EXPECT_EQ(128u, size);
+    EXPECT_EQ(GetParam() < 1024 ? 1 : 0, CPU_COUNT(&processors));
+    EXPECT_EQ(GetParam() < 1024, CPU_ISSET(GetParam(), &processors) != 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Numbers, ProcessorSetTest,
+                         testing::Values(1u, 2u, 31u, 32u, 64u, 1023u, 1024u, 1056u,
+                                         std::numeric_limits<unsigned>::max()));
+
 class MissingProcessorTest : public ThreadTest, public testing::WithParamInterface<unsigned>
 {};
 
@@ -441,3 +475,8 @@ TEST_F(ThreadTest, HandleStartsZeroed)
 }
 
 }}}  // namespace tovu::util
+
+extern "C" int pthread_setaffinity_np(pthread_t thread, std::size_t size, cpu_set_t const* processors) noexcept
+{
+    return tovu::util::affinityCall(thread, size, processors);
+}

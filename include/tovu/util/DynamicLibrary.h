@@ -39,7 +39,8 @@ public:
     void Unload();
 
     /// The address of a symbol, see dlsym(3), valid until the library is unloaded. A symbol that is there but has the
-    /// address null is an error, too. Throws "Cannot GetProc for NAME: library not loaded" when none is.
+    /// address null is an error, too, with the text "(null)". Throws "Cannot GetProc for NAME: library not loaded" when
+    /// none is.
     void* GetProc(std::string const& name) const;
 
 private:

@@ -38,7 +38,8 @@ namespace tovu { namespace util {
 ///   - a job lets no exception out: one that leaves the worker thread ends the process.
 ///
 /// Threads: any may call every operation. The jobs run on the workers' threads, as many at once as there are workers.
-/// Errors: boost::lock_error and boost::thread_resource_error from the mutex and the condition; std::bad_alloc.
+/// Errors: boost::lock_error, boost::condition_error and boost::thread_resource_error from the mutex and the condition;
+///     std::bad_alloc.
 class JobQueue
 {
 public:
