@@ -187,6 +187,22 @@ TEST_F(BroadcastParseTest, TheParserKeepsItsDefaults)
         EXPECT_EQ((Calls{"IsValidMessage " + row.second, "HandleMessage " + row.first}), recorder_.CallsFor(row.first));
 }
 
+// A comment, an entity and an instruction are not dropped, nor joined with the text around them.
+TEST_F(BroadcastParseTest, TheDocumentKeepsNodesOfEveryKind)
+{
+    std::vector<int> kinds;
+    recorder_.onMessage = [&](Arguments const& arguments) {
+        for (xercesc::DOMNode const* node = arguments.element->getFirstChild(); node != nullptr;
+             node = node->getNextSibling())
+            kinds.push_back(node->getNodeType());
+    };
+    recorder_.CallsFor("<!DOCTYPE a [<!ENTITY e 'x'>]><a> <!--c--><![CDATA[d]]>&e;<?i?></a>");
+    EXPECT_EQ((std::vector<int>{xercesc::DOMNode::TEXT_NODE, xercesc::DOMNode::COMMENT_NODE,
+                                xercesc::DOMNode::CDATA_SECTION_NODE, xercesc::DOMNode::ENTITY_REFERENCE_NODE,
+                                xercesc::DOMNode::PROCESSING_INSTRUCTION_NODE}),
+              kinds);
+}
+
 TEST_F(BroadcastParseTest, TheEntitiesOfADtdAreExpandedInNodesOfTheirOwn)
 {
     std::string seen;

@@ -340,6 +340,27 @@ TEST_F(ClientSocketFailureTest, ForeignExceptionPassesUnchanged)
     }
 }
 
+// An exception of a program's own, which must come out as itself.
+class OwnException : public Exception
+{
+public:
+    OwnException() : Exception("own.cpp", 7, "own") {}
+};
+
+TEST_F(ClientSocketFailureTest, DerivedExceptionComesOutAsItself)
+{
+    ConnectReplacement const throwing(connectCall,
+                                      [](int, sockaddr const*, socklen_t) -> int { throw OwnException(); });
+    try {
+        ClientSocket const client(Loopback(1), true);
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (OwnException const& exception) {
+        ASSERT_EQ(2u, exception.locations.size());
+        EXPECT_STREQ("own.cpp", exception.locations[0].file);
+        EXPECT_STREQ("src/util/ClientSocket.cpp", exception.locations[1].file);
+    }
+}
+
 TEST_F(ClientSocketFailureTest, NonBlockingClientThrowsWhileAnIpv4ListenerDoesNotAnswer)
 {
     FullListener const listener(AF_INET);

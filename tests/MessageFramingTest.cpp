@@ -422,6 +422,35 @@ TEST_F(FramingTest, ADelimiterThatAHookChangesEndsTheNextMessage)
     EXPECT_EQ((Messages{"A\nB", "C--D"}), framer.Take());
 }
 
+// A hook that takes more bytes in by itself, as one does that asks the peer something and waits for the answer.
+class FramingInAHookTest : public FramingTest
+{
+protected:
+    // Processes a chunk, and another one within the hook for its first message.
+    Messages Feed(std::string const& chunk, std::string const& within)
+    {
+        framer_.onMessage = [this, within](Stream&) {
+            if (framer_.messages.size() == 1)
+                framer_.Feed(within);
+        };
+        framer_.Feed(chunk);
+        framer_.onMessage = nullptr;
+        return framer_.Take();
+    }
+};
+
+TEST_F(FramingInAHookTest, WhatItLeavesPendingIsNoPartOfTheNextMessageOfTheChunk)
+{
+    EXPECT_EQ((Messages{"A", "B", "D"}), Feed("A\0D\0"s, "B\0C"s));
+    EXPECT_EQ("C", framer_.TakePending());
+}
+
+TEST_F(FramingInAHookTest, WhatItLeavesPendingIsReplacedByTheRestOfTheChunk)
+{
+    EXPECT_EQ((Messages{"A", "B"}), Feed("A\0D"s, "B\0C"s));
+    EXPECT_EQ("D", framer_.TakePending());
+}
+
 TEST_F(FramingTest, AnExceptionLeavesTheCompletedMessagePending)
 {
     framer_.onMessage = [](Stream&) { throw 7; };

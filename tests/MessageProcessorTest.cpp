@@ -233,6 +233,21 @@ TEST_F(MessageProcessorTest, TheParserKeepsItsDefaults)
         EXPECT_EQ((Calls{"IsValidMessage " + row.second, "HandleMessage " + row.first}), CallsFor(row.first));
 }
 
+// A comment, an entity and an instruction are not dropped, nor joined with the text around them.
+TEST_F(MessageProcessorTest, TheDocumentKeepsNodesOfEveryKind)
+{
+    std::vector<int> kinds;
+    recorder_.onMessage = [&](Stream&, unsigned char const*, xercesc::DOMNode const& element) {
+        for (xercesc::DOMNode const* node = element.getFirstChild(); node != nullptr; node = node->getNextSibling())
+            kinds.push_back(node->getNodeType());
+    };
+    CallsFor("<!DOCTYPE a [<!ENTITY e 'x'>]><a> <!--c--><![CDATA[d]]>&e;<?i?></a>");
+    EXPECT_EQ((std::vector<int>{xercesc::DOMNode::TEXT_NODE, xercesc::DOMNode::COMMENT_NODE,
+                                xercesc::DOMNode::CDATA_SECTION_NODE, xercesc::DOMNode::ENTITY_REFERENCE_NODE,
+                                xercesc::DOMNode::PROCESSING_INSTRUCTION_NODE}),
+              kinds);
+}
+
 TEST_F(MessageProcessorTest, TheEntitiesOfADtdAreExpanded)
 {
     std::string seen;

@@ -251,14 +251,17 @@ TEST_P(ServerSocketFamilyTest, AcceptAsksForNoAddress)
 {
     ServerSocket server(FreeAddress(), 1, true);
     ClientSocket const client(server.GetHostAddress(), true);
+    int calls = 0;
     decltype(acceptCall)::Replacement const watch(acceptCall,
                                                   [&](int descriptor, sockaddr* address, socklen_t* length) {
+                                                      ++calls;
                                                       EXPECT_EQ(server.GetDescriptor(), descriptor);
                                                       EXPECT_EQ(nullptr, address);
                                                       EXPECT_EQ(nullptr, length);
                                                       return acceptCall.System(descriptor, address, length);
                                                   });
     EXPECT_TRUE(server.Accept()->IsOpen());
+    EXPECT_EQ(1, calls);
 }
 
 TEST_P(ServerSocketFamilyTest, ClosedListenerThrows)
@@ -389,6 +392,14 @@ TEST_F(ServerSocketTest, PlainFileAtThePathIsReplaced)
     struct stat status = {};
     ASSERT_EQ(0, stat((folder_ / "socket").c_str(), &status));
     EXPECT_TRUE(S_ISSOCK(status.st_mode));
+}
+
+TEST_F(ServerSocketTest, FileAtThePathStaysWhenTheModeCannotBeSet)
+{
+    test::WriteFile(folder_ / "socket", "text");
+    test::FailingIoctl const failing(ENOBUFS);
+    EXPECT_EQ(ConstructorFailure(ENOBUFS), FailureOf([&] { ServerSocket(Path(), 1, false); }));
+    EXPECT_EQ(0, access((folder_ / "socket").c_str(), F_OK));
 }
 
 TEST_F(ServerSocketTest, FolderAtThePathMakesTheBindFail)

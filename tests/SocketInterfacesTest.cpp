@@ -341,7 +341,7 @@ INSTANTIATE_TEST_SUITE_P(
                                   {MakeInterface(true, "10.0.0.255", "10.0.0.9")}},
                     EndlessRecord{"DownWithBoth",
                                   AF_INET,
-                                  IFF_BROADCAST | IFF_POINTOPOINT,
+                                  IFF_BROADCAST | IFF_POINTOPOINT | IFF_RUNNING,
                                   {SIOCGIFCONF, SIOCGIFFLAGS},
                                   {MakeInterface(false, "", "")}},
                     EndlessRecord{

@@ -51,6 +51,8 @@ using test::TakenAway;
 
 using Address = Socket::Address;
 
+CFunction<ssize_t(int, void*, std::size_t, int)> recvCall("recv");
+CFunction<ssize_t(int, void const*, std::size_t, int)> sendCall("send");
 CFunction<int(int, sockaddr*, socklen_t*)> getsocknameCall("getsockname");
 CFunction<int(int, int, int, void*, socklen_t*)> getsockoptCall("getsockopt");
 CFunction<int(int, int, int, void const*, socklen_t)> setsockoptCall("setsockopt");
@@ -96,6 +98,12 @@ TEST_P(SocketKindTest, IsWhatIsAskedFor)
     EXPECT_EQ(GetParam().domain, GetSocketOption(socket_, SO_DOMAIN));
     EXPECT_EQ(GetParam().type, GetSocketOption(socket_, SO_TYPE));
     EXPECT_EQ(GetParam().chosenProtocol, GetSocketOption(socket_, SO_PROTOCOL));
+}
+
+TEST_P(SocketKindTest, IsMadeWithoutAnyFlag)
+{
+    EXPECT_EQ(0, fcntl(socket_.GetDescriptor(), F_GETFD) & FD_CLOEXEC);
+    EXPECT_EQ(0, fcntl(socket_.GetDescriptor(), F_GETFL) & O_NONBLOCK);
 }
 
 TEST_P(SocketKindTest, InfoTellsFamilyAndTypeAndProtocol0)
@@ -148,6 +156,23 @@ TEST(SocketTest, AdoptingMinus1MakesAClosedSocket)
     Socket const socket(-1);
     EXPECT_FALSE(socket.IsOpen());
     EXPECT_EQ(-1, socket.GetDescriptor());
+}
+
+TEST(SocketTest, OnlyMinus1IsClosed)
+{
+    EXPECT_TRUE(TenantSocket(0).IsOpen());
+    EXPECT_TRUE(TenantSocket(-2).IsOpen());
+}
+
+TEST(SocketTest, DescriptorMayBe0)
+{
+    test::ExpectPassesInChild([] {
+        close(STDIN_FILENO);
+        Socket socket(AF_LOCAL, SOCK_STREAM, 0);
+        EXPECT_EQ(0, socket.GetDescriptor());
+        socket.Close();
+        EXPECT_FALSE(IsDescriptorOpen(0));
+    });
 }
 
 TEST(SocketTest, CloseReleasesTheDescriptor)
@@ -342,6 +367,42 @@ TEST_P(ConnectedSocketTest, WriteReturnsTheCountThatHadRoom)
     EXPECT_LT(static_cast<std::size_t>(count), block.size());
 }
 
+TEST_P(ConnectedSocketTest, ReadIsOneRecvWithoutFlags)
+{
+    far_.Write("hello", 5);
+    AwaitReadable(near_);
+    int calls = 0;
+    char buffer[16] = "";
+    decltype(recvCall)::Replacement const watch(recvCall,
+                                                [&](int descriptor, void* bytes, std::size_t size, int flags) {
+                                                    ++calls;
+                                                    EXPECT_EQ(near_.GetDescriptor(), descriptor);
+                                                    EXPECT_EQ(buffer, bytes);
+                                                    EXPECT_EQ(sizeof(buffer), size);
+                                                    EXPECT_EQ(0, flags);
+                                                    return recvCall.System(descriptor, bytes, size, flags);
+                                                });
+    EXPECT_EQ(5, near_.Read(buffer, sizeof(buffer)));
+    EXPECT_EQ(1, calls);
+}
+
+TEST_P(ConnectedSocketTest, WriteIsOneSendWithoutFlags)
+{
+    int calls = 0;
+    char const bytes[] = "hello";
+    decltype(sendCall)::Replacement const watch(sendCall,
+                                                [&](int descriptor, void const* buffer, std::size_t size, int flags) {
+                                                    ++calls;
+                                                    EXPECT_EQ(near_.GetDescriptor(), descriptor);
+                                                    EXPECT_EQ(bytes, buffer);
+                                                    EXPECT_EQ(5u, size);
+                                                    EXPECT_EQ(0, flags);
+                                                    return sendCall.System(descriptor, buffer, size - 2, flags);
+                                                });
+    EXPECT_EQ(3, near_.Write(bytes, 5));
+    EXPECT_EQ(1, calls);
+}
+
 TEST_P(ConnectedSocketTest, WriteToABrokenConnectionThrowsWhereTheSignalIsIgnored)
 {
     EXPECT_EQ(0, shutdown(near_.GetDescriptor(), SHUT_WR));
@@ -424,6 +485,27 @@ TEST_P(ConnectedSocketTest, IsConnectedConsumesNothing)
     EXPECT_EQ("hello", Read(16));
 }
 
+TEST_P(ConnectedSocketTest, IsConnectedPeeksForOneByteAndDoesNotWait)
+{
+    int calls = 0;
+    decltype(recvCall)::Replacement const watch(recvCall,
+                                                [&](int descriptor, void* bytes, std::size_t size, int flags) {
+                                                    ++calls;
+                                                    EXPECT_EQ(near_.GetDescriptor(), descriptor);
+                                                    EXPECT_EQ(1u, size);
+                                                    EXPECT_EQ(MSG_PEEK | MSG_DONTWAIT, flags);
+                                                    return recvCall.System(descriptor, bytes, size, flags);
+                                                });
+    EXPECT_TRUE(near_.IsConnected());
+    EXPECT_EQ(1, calls);
+}
+
+TEST_P(ConnectedSocketTest, SocketThatHasShutItsOwnReadingDownIsNotConnected)
+{
+    EXPECT_EQ(0, shutdown(near_.GetDescriptor(), SHUT_RD));
+    EXPECT_FALSE(near_.IsConnected());
+}
+
 TEST_P(ConnectedSocketTest, IsConnectedLeavesBlockingModeAlone)
 {
     EXPECT_TRUE(near_.IsConnected());
@@ -470,12 +552,37 @@ TEST(SocketTest, UnconnectedSocketCountsAsConnected)
     EXPECT_TRUE(Socket(AF_INET, SOCK_STREAM, 0).IsConnected());
 }
 
+TEST(SocketTest, EmptyDatagramCountsAsNotConnected)
+{
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(0, socketpair(AF_LOCAL, SOCK_DGRAM, 0, ends));
+    Socket reader(ends[0]);
+    Socket writer(ends[1]);
+    writer.Write("", 0);
+    EXPECT_FALSE(reader.IsConnected());
+    char byte = 0;
+    EXPECT_EQ(0, reader.Read(&byte, 1));
+    EXPECT_TRUE(reader.IsConnected());
+}
+
 TEST(SocketTest, UnconnectedSocketNeitherReadsNorWrites)
 {
     Socket socket(AF_INET, SOCK_STREAM, 0);
     char byte = 0;
     EXPECT_EQ(SocketFailure(ENOTCONN), FailureOf([&] { socket.Read(&byte, 1); }));
     EXPECT_EQ(SocketFailure(EPIPE), FailureOf([&] { socket.Write("x", 1); }));
+}
+
+TEST(SocketTest, InterruptedWriteReturnsTheCountThatHadRoom)
+{
+    ConnectedPair pair = test::ConnectLocalPair();
+    int const room = 4096;
+    ASSERT_EQ(0, setsockopt(pair.near->GetDescriptor(), SOL_SOCKET, SO_SNDBUF, &room, sizeof(room)));
+    std::vector<char> const block(256 * 1024);
+    test::Interruptions const interruptions(10000);
+    int const count = pair.near->Write(block.data(), static_cast<unsigned int>(block.size()));
+    EXPECT_GT(count, 0);
+    EXPECT_LT(static_cast<std::size_t>(count), block.size());
 }
 
 TEST(SocketTest, OneReadTakesOneDatagram)
@@ -577,6 +684,7 @@ TEST(SocketTest, SetBlockingSwitchesTheSystemsFlagOnly)
     EXPECT_EQ(O_RDWR | O_APPEND | O_NONBLOCK, fcntl(socket.GetDescriptor(), F_GETFL));
     socket.SetBlocking(true);
     EXPECT_EQ(O_RDWR | O_APPEND, fcntl(socket.GetDescriptor(), F_GETFL));
+    EXPECT_FALSE(socket.IsBlocking());
 }
 
 // What is asked of FIONBIO in a scope: 1 for non-blocking mode, 0 for blocking mode.
@@ -702,10 +810,31 @@ TEST(SocketTest, InfoThrowsWhenTheTypeIsNotTold)
                                                             errno = ENOBUFS;
                                                             return -1;
                                                         });
-    int value = 0;
+    int family = -1;
+    int value = -1;
+    EXPECT_EQ(SocketFailure(ENOBUFS), FailureOf([&] { socket.GetInfo(family, value, value); }));
+    EXPECT_EQ(AF_LOCAL, family);
     EXPECT_EQ(SocketFailure(ENOBUFS), FailureOf([&] { socket.GetInfo(value, value, value); }));
     EXPECT_EQ(SocketFailure(ENOBUFS), FailureOf([&] { socket.GetPeerAddress(); }));
     EXPECT_EQ(SocketFailure(ENOBUFS), FailureOf([&] { socket.GetHostAddress(); }));
+}
+
+// The first question is about the family, the second one knows it. Both have room for every address.
+TEST(SocketTest, HostAddressIsAskedForInAnEmptyAddressOfTheFamily)
+{
+    for (int const family : {AF_LOCAL, AF_INET}) {
+        Socket const socket(family, SOCK_STREAM, 0);
+        std::vector<int> families;
+        decltype(getsocknameCall)::Replacement const watch(
+            getsocknameCall, [&](int descriptor, sockaddr* address, socklen_t* length) {
+                EXPECT_EQ(socket.GetDescriptor(), descriptor);
+                EXPECT_EQ(sizeof(Address::Storage), *length);
+                families.push_back(address->sa_family);
+                return getsocknameCall.System(descriptor, address, length);
+            });
+        socket.GetHostAddress();
+        EXPECT_EQ((std::vector<int>{AF_UNSPEC, family}), families);
+    }
 }
 
 TEST(SocketTest, HostAddressThrowsWhenOnlyTheSecondQuestionFails)
@@ -1015,6 +1144,16 @@ TEST_F(SetSocketNonBlockingTest, DestructorLogsAFailure)
 }
 
 }}}  // namespace tovu::util
+
+extern "C" ssize_t recv(int descriptor, void* buffer, std::size_t size, int flags)
+{
+    return tovu::util::recvCall(descriptor, buffer, size, flags);
+}
+
+extern "C" ssize_t send(int descriptor, void const* buffer, std::size_t size, int flags)
+{
+    return tovu::util::sendCall(descriptor, buffer, size, flags);
+}
 
 extern "C" int getsockname(int descriptor, sockaddr* address, socklen_t* length) noexcept
 {

@@ -336,6 +336,8 @@ TEST(XMLFileLoc2stringTest, EachLengthModifierPrintsItsOwnWidth)
         {"%u", Decimal<unsigned>()},
         {"%lu", Decimal<unsigned long>()},
         {"%llu", Decimal<unsigned long long>()},
+        {"%qu", Decimal<unsigned long long>()},
+        {"%Lu", Decimal<unsigned long long>()},
         {"%ju", Decimal<std::uintmax_t>()},
         {"%zu", Decimal<std::size_t>()},
         {"%tu", Decimal<std::make_unsigned<std::ptrdiff_t>::type>()},
@@ -606,6 +608,13 @@ TEST_F(GetAttributeValueTest, AnEmptyNameIsLookedUpAsNullWithoutTheTranscoder)
     EXPECT_EQ(before, toWide.calls);
 }
 
+TEST_F(GetAttributeValueTest, TheValueIsThatOfTheNodeItself)
+{
+    Parse("<a>its text</a>", handler_);
+    ScriptedMap const map([this](XMLCh const*) { return parser_.getDocument()->getDocumentElement(); });
+    EXPECT_EQ("", GetAttributeValue("first", &map));  // an element has none
+}
+
 TEST_F(GetAttributeValueTest, AValueThatCannotBeTranscodedIsEmpty)
 {
     Failing failing(toLocal);
@@ -682,6 +691,8 @@ TEST_P(XercesErrorHandlerTest, LineAndColumnAreTheirLow32Bits)
 {
     EXPECT_STREQ("Error in: \nLine: 4294967295\nChar: 7\nMessage: m\n",
                  Report("m", nullptr, 0xFFFFFFFFULL, 0x100000007ULL).what());
+    EXPECT_STREQ("Error in: \nLine: 7\nChar: 4294967295\nMessage: m\n",
+                 Report("m", nullptr, 0x100000007ULL, 0xFFFFFFFFULL).what());
 }
 
 TEST_P(XercesErrorHandlerTest, ThePartsAreTakenVerbatim)

@@ -64,13 +64,10 @@ Bytes Find(MessageProcessor::ByteSpan const& delimiter, Bytes data, Bytes end)
 }
 
 // What became of a message; all but the first are the codes of HandleError.
-enum Outcome
-{
-    HANDLED = -1,
-    NAME_REFUSED = 0,
-    NO_DOCUMENT_ELEMENT = 1,
-    EXCEPTION_CAUGHT = 3
-};
+constexpr int HANDLED = -1;
+constexpr int NAME_REFUSED = 0;
+constexpr int NO_DOCUMENT_ELEMENT = 1;
+constexpr int EXCEPTION_CAUGHT = 3;
 
 std::string ToText(unsigned char const* data, unsigned length)
 {
@@ -81,28 +78,31 @@ std::string ToText(unsigned char const* data, unsigned length)
 
 // Only a message that is spread over chunks is copied. The delimiter is asked for anew each time, since a hook may have
 // changed it; what is skipped behind a message is the one that has ended it. A skip that ends behind the chunk is not
-// carried over to the next.
+// carried over to the next. Only the first message continues what is pending: what stands there behind it was left by a
+// hook that has read by itself.
 bool MessageProcessor::ProcessMessages(Stream& stream, unsigned char const* data, unsigned length)
 {
     if (data == nullptr || length == 0)
         return false;
 
     Bytes const end = data + length;
-    for (;;) {
+    for (bool continued = !pending_.empty();; continued = false) {
         ByteSpan const delimiter = GetDelimiter();
         Bytes const hit = Find(delimiter, data, end);
         if (hit == nullptr) {
+            if (!continued)
+                pending_.clear();
             pending_.insert(pending_.end(), data, end);
             return true;
         }
 
         unsigned skip = 0;
-        if (pending_.empty()) {
-            skip = ParseMessage(stream, data, static_cast<unsigned>(hit - data));
-        } else {
+        if (continued) {
             pending_.insert(pending_.end(), data, hit);
             skip = ParseMessage(stream, pending_.data(), static_cast<unsigned>(pending_.size()));
             pending_.clear();
+        } else {
+            skip = ParseMessage(stream, data, static_cast<unsigned>(hit - data));
         }
         data = hit + delimiter.second;
         if (skip >= static_cast<std::size_t>(end - data))

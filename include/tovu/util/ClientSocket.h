@@ -15,7 +15,8 @@ class ClientSocket : public Socket
 {
 public:
     /// Connects. With `blocking` false the socket is switched to non-blocking mode before, and a connection that is not
-    /// made at once throws the text of EINPROGRESS. A failure carries this constructor in its trail.
+    /// made at once throws the text of EINPROGRESS. A failure carries this constructor in its trail, unless it is that
+    /// of socket(2).
     ClientSocket(Address const& address, bool blocking);
 
     /// See connect(2). EAGAIN counts as success on a socket for which IsBlocking() is false, that is in blocking mode.

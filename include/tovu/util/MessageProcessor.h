@@ -74,7 +74,8 @@ public:
     bool WellFormedMessage(std::vector<unsigned char> const& message) const;
 
     /// \name Hooks
-    /// Each is called on the reading thread, without a lock.
+    /// Each is called on the reading thread, without a lock. None may call ProcessMessages of its own processor, but
+    /// for a message that has come within one chunk: any other still lies in the buffer that the call would add to.
     ///
     /// | Hook           | Called                                                  | What it throws
     /// |----------------|---------------------------------------------------------|------------------------------------
@@ -82,7 +83,7 @@ public:
     /// | IsValidMessage | by ParseMessage, with the name of the document element  | std::exception: HandleError with 3
     /// | HandleMessage  | by ParseMessage, for a name that IsValidMessage accepts | std::exception: HandleError with 3
     /// | HandleError    | by ParseMessage, after the parser is gone               | anything: passes out of ReadMessages
-    /// | GetDelimiter   | several times for each chunk                            | nothing: it must not throw
+    /// | GetDelimiter   | at least once for each chunk                            | nothing: it must not throw
     /// \{
 
     /// Parses one message, given without its delimiter, and calls IsValidMessage and then HandleMessage or HandleError.

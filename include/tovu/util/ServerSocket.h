@@ -20,7 +20,7 @@ class ServerSocket : public Socket
 public:
     /// Binds and listens. A file at a local address's path is removed before; an IPv4 address is reused, so that the
     /// connections of an earlier run (TIME_WAIT) do not stand in the way. A failure carries this constructor in its
-    /// trail.
+    /// trail, unless it is that of socket(2).
     ///
     /// \param address  Where to listen; for port 0 the system picks one, see GetHostAddress.
     /// \param backlog  How many connections may wait to be accepted, see listen(2).

@@ -53,8 +53,8 @@ public:
     int Read(void* buffer, unsigned int length) override;
 
     /// One send(2) without flags.
-    /// \return The number of bytes taken, which may be less than `length` on a non-blocking socket. Writing to a broken
-    ///         connection raises SIGPIPE unless the process ignores it.
+    /// \return The number of bytes taken, which may be less than `length` in non-blocking mode, or when a signal
+    ///         interrupts the call. Writing to a broken connection raises SIGPIPE unless the process ignores it.
     int Write(void const* buffer, unsigned int length) override;
 
     /// See bind(2).
@@ -91,9 +91,9 @@ public:
     /// The machine's name, see gethostname(2). The call's result is not checked.
     static std::string GetHostName();
 
-    /// False once the peer has shut its side down and everything it sent was read; true in every other case, also when
-    /// the question fails. Consumes nothing. A socket in non-blocking mode is in blocking mode afterwards, see
-    /// SetSocketNonBlocking.
+    /// False when a read would return 0, as it does once the peer has shut its side down and everything it sent was
+    /// read, or before an empty datagram. True in every other case, also when the question fails. Consumes nothing. A
+    /// socket in non-blocking mode is in blocking mode afterwards, see SetSocketNonBlocking.
     bool IsConnected() const;
 
     /// Appends the machine's IPv4 interfaces, see netdevice(7). Do not call it: it only returns on a machine without

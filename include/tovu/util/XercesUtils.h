@@ -43,7 +43,7 @@ std::string GetAttributeValue(std::string const& name, xercesc::DOMNamedNodeMap 
 
 /// Replaces the five characters that have a predefined entity (" & ' < >) and copies every other byte, so that the text
 /// can stand in an element or an attribute of a document in any encoding that extends ASCII. Entities already in the
-/// text are encoded again.
+/// text are encoded again. Bytes that no document may hold, most control characters among them, are copied too.
 std::string EncodeXMLCharEntities(std::string const& text);
 
 /// The error handler for a parser: throws Exception at the first error, recoverable or fatal, and ignores warnings.
