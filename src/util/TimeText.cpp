@@ -32,9 +32,11 @@ thread_local TimeText lastTime = {false, 0, ABMON_1, false, "", ""};
 // The month's name, with which the text begins, is all of it that depends on the locale.
 bool IsInLocale(TimeText const& time)
 {
-    char const* const month = nl_langinfo(time.month);  // NOLINT(concurrency-mt-unsafe): strftime reads it as well
-    std::size_t const size = std::strlen(month);
-    return std::strncmp(time.text, month, size) == 0 && time.text[size] == ' ';
+    char const* month = nl_langinfo(time.month);  // NOLINT(concurrency-mt-unsafe): strftime reads it as well
+    char const* text = time.text;
+    for (; *month != '\0' && *month == *text; ++month)
+        ++text;
+    return *month == '\0' && *text == ' ';
 }
 
 bool IsOf(TimeText const& time, time_t now, char const* zone)
