@@ -31,15 +31,21 @@ using namespace tovu::util;
 
 // Set while signals may come.
 Server* signalledServer = nullptr;
+pthread_t mainThread;
 
-void StopServer(int /*signal*/)
+// Any thread may be interrupted. The main thread alone cannot destroy the server meanwhile, so the others pass it on.
+void StopServer(int signal)
 {
-    signalledServer->Stop();
+    if (pthread_equal(pthread_self(), mainThread) != 0)
+        signalledServer->Stop();
+    else
+        pthread_kill(mainThread, signal);
 }
 
 void HandleSignals(Server& server)
 {
     signalledServer = &server;
+    mainThread = pthread_self();
     struct sigaction stop = {};
     stop.sa_handler = &StopServer;
     sigaction(SIGINT, &stop, nullptr);

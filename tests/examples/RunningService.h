@@ -17,6 +17,7 @@
 #include "ForeignPrograms.h"
 #include "Interruptions.h"
 #include "Latch.h"
+#include "Sanitizers.h"
 #include "TemporaryDirectory.h"
 #include "tovu/util/ClientSocket.h"
 
@@ -48,6 +49,13 @@ inline int WaitFor(pid_t child)
     while (waitpid(child, &status, 0) == -1 && errno == EINTR)
         continue;
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Its status stays, to be waited for.
+inline bool HasEnded(pid_t child)
+{
+    siginfo_t info = {};
+    return waitid(P_PID, static_cast<id_t>(child), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == child;
 }
 
 // Asks every few milliseconds, since another process cannot tell when it is so far.
@@ -113,6 +121,10 @@ protected:
     int StopService(int signal)
     {
         kill(service_, signal);
+        if (tovu::test::THREADS_ARE_WATCHED) {
+            // ThreadSanitizer may drop a signal that comes while threads end, so there it is sent until it is seen.
+            EXPECT_TRUE(Eventually([&] { return HasEnded(service_) || kill(service_, signal) == -1; })) << Log();
+        }
         int const status = WaitFor(service_);
         service_ = -1;
         return status;

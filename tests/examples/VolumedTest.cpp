@@ -2,9 +2,12 @@
 
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
+#include "Emulation.h"
 #include "RunningService.h"
 #include "common/HostPort.h"
+#include "tovu/util/Directory.h"
 #include "tovu/util/Exception.h"
 #include "tovu/util/StreamSelector.h"
 
@@ -269,6 +272,34 @@ TEST_F(VolumedTest, SigTermAndSigIntEndItCleanlyWhileClientsAreConnected)
         EXPECT_NE(0, access(socket_.c_str(), F_OK)) << "the socket file is still there";
         char byte = 0;
         EXPECT_EQ(0, idle->Read(&byte, 1));
+        StartService({});
+    }
+}
+
+std::vector<pid_t> ThreadsOf(pid_t process)
+{
+    std::vector<pid_t> threads;
+    Directory tasks("/proc/" + std::to_string(process) + "/task");
+    Directory::Entry entry;
+    for (bool isThere = tasks.GetFirstEntry(entry); isThere; isThere = tasks.GetNextEntry(entry)) {
+        if (entry.name[0] != '.')
+            threads.push_back(std::stoi(entry.name));
+    }
+    return threads;
+}
+
+// The system hands a signal to whichever thread it likes.
+TEST_F(VolumedTest, SigTermEndsItCleanlyOnAnyThread)
+{
+    if (tovu::test::THREADS_ARE_WATCHED || tovu::test::IsEmulated())
+        GTEST_SKIP() << "the sanitizer, or the emulator, has threads of its own";
+
+    std::size_t const count = ThreadsOf(service_).size();
+    EXPECT_LT(1u, count);
+    for (std::size_t i = 0; i < count; ++i) {
+        EXPECT_EQ(0, syscall(SYS_tgkill, service_, ThreadsOf(service_).at(i), SIGTERM));
+        EXPECT_EQ(0, WaitFor(service_));
+        EXPECT_NE(std::string::npos, Log().find("volumed has stopped.\n"));
         StartService({});
     }
 }
