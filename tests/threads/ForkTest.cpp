@@ -258,9 +258,11 @@ TEST(ForkTest, LineOfAChildNeverComesToTheSinksOfItsParent)
 {
     test::ExpectPassesInChild([] {
         test::OwnLog log;
+        log.Hold();  // outside of the lock, which the child would not get otherwise
         EXPECT_EQ(ChildProcess::RESULT_FAILURE, ChildProcess(MISSING, false).Exec());
         TOVU_LOG(LoggerMgr::LEVEL_ERROR, "of the parent\n");
-        EXPECT_EQ(Lines{"of the parent\n"}, log.Take());
+        log.LetGo();
+        EXPECT_EQ((Lines{"held", "of the parent\n"}), log.Take());
     });
 }
 
